@@ -1,0 +1,84 @@
+#include <kel/Lock.h>
+
+#include <unistd.h>
+
+#include <cerrno>
+
+#include <kel/Assert.h>
+#include <kel/Exception.h>
+
+namespace Kel {
+
+namespace {
+
+constinit Lock activityLock_;
+constinit thread_local pid_t threadId = 0;
+
+void forgetThreadId() {
+   threadId = 0;
+}
+
+// The child's one thread has the parent's thread storage, but an id of its own.
+[[gnu::constructor]] void watchForks() {
+   int const error = pthread_atfork( nullptr, nullptr, forgetThreadId );
+   KEL_ASSERT( error == 0 );
+}
+
+}  // namespace
+
+void Lock::resetAfterFork( bool held ) noexcept {
+   mutex_ = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
+   if( held ) {
+      int const error = pthread_mutex_lock( &mutex_ );
+      KEL_ASSERT( error == 0 );
+   }
+}
+
+void Lock::throwFailedLock( int error ) {
+   throw ErrnoException( error, "cannot lock" );
+}
+
+void Lock::throwFailedUnlock( int error ) {
+   throw ErrnoException( error, "cannot unlock" );
+}
+
+LockAnchor::LockAnchor( Lock* lock, Flags ) : locked_( lock ) {
+   int const error = pthread_mutex_lock( lock->mutex() );
+   if( error == EDEADLK ) {
+      locked_ = nullptr;
+   } else if( error != 0 ) {
+      Lock::throwFailedLock( error );
+   }
+}
+
+LockAnchor::~LockAnchor() {
+   if( locked_ ) {
+      int const unlockError = pthread_mutex_unlock( locked_->mutex() );
+      KEL_ASSERT( unlockError == 0 );
+   }
+}
+
+UnlockAnchor::UnlockAnchor( Lock* lock ) : lock_( lock ) {
+   if( int const error = pthread_mutex_unlock( lock->mutex() ) ) {
+      Lock::throwFailedUnlock( error );
+   }
+}
+
+UnlockAnchor::~UnlockAnchor() {
+   // EDEADLK: what ran meanwhile took the lock and left it held.
+   int const lockError = pthread_mutex_lock( lock_->mutex() );
+   KEL_ASSERT( lockError == 0 || lockError == EDEADLK );
+}
+
+Lock* activityLock() noexcept {
+   return &activityLock_;
+}
+
+pid_t Impl::gettid() noexcept {
+   if( threadId == 0 ) {
+      threadId = ::gettid();
+   }
+   return threadId;
+}
+
+}  // namespace Kel
