@@ -1,7 +1,7 @@
-#include "kel/RefCount.h"
+#include <kel/RefCount.h>
 
 namespace Kel {
 
 constinit std::atomic< bool > VFPtrInterface::threadSafePointers_{ false };
 
-} // namespace Kel
+}  // namespace Kel

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "kel/Export.h"
+#include <kel/Export.h>
 
 namespace Kel {
 
@@ -40,4 +40,4 @@ class KEL_API VFPtrInterface {
    static std::atomic< bool > threadSafePointers_;
 };
 
-} // namespace Kel
+}  // namespace Kel
