@@ -1,0 +1,29 @@
+// _Kel.Attribute, what stands in a class's dictionary for one attribute. GIL.
+#pragma once
+
+#include <kelpy/core/PyPython.h>
+
+#include <cstdint>
+
+#include <kel/KelAttr.h>
+#include <kelpy/core/KelPyExport.h>
+
+struct PyGenericIfAttrDescriptor {
+   enum class Kind : std::uint32_t {
+      Attribute = 0,  // reads, writes and deletes the attribute
+      NewMember = 1,  // makes a member of an instantiating collection
+      AddMember = 2,  // adds a member to any other collection
+   };
+
+   PyObject_HEAD
+   PyObject* name;  // owned; the interned key in the class's dictionary
+   Kel::KelAttr attr;
+   Kind kind;
+};
+
+extern KELPY_API PyTypeObject PyGenericIfAttrDescriptorType;
+
+// Puts a descriptor of the attribute into a class's dictionary, over what stands under its key.
+// False with a Python error.
+KELPY_API bool addAttrDescriptor( PyObject* dict, Kel::KelAttr attr,
+                                  PyGenericIfAttrDescriptor::Kind kind );
