@@ -1,0 +1,241 @@
+#include <gtest/gtest.h>
+
+#include <alloca.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include <kel/Backtrace.h>
+#include <kel/CrashReport.h>
+#include <kel/Mem.h>
+
+#include "ChildProcess.h"
+
+namespace Kel {
+
+namespace {
+
+using Testing::inChild;
+using Testing::Outcome;
+
+bool contains( Outcome const& outcome, std::string const& text ) {
+   return outcome.errors.find( text ) != std::string::npos;
+}
+
+// The address sanitizer's own handler stands before the runtime's and ends the process its own way.
+void expectKilledBy( Outcome const& outcome, int number ) {
+#ifdef KEL_SANITIZED
+   if( number != SIGABRT ) {
+      EXPECT_NE( outcome.status, 0 );
+      return;
+   }
+#endif
+   EXPECT_TRUE( outcome.killedBy( number ) ) << outcome.status << ": " << outcome.errors;
+}
+
+[[gnu::noinline]] void writeTo( std::uintptr_t address ) {
+   asm volatile( "" : "+r"( address ) );  // keeps the compilers from seeing the fault
+   *reinterpret_cast< char volatile* >( address ) = 1;
+}
+
+class FatalSignal : public testing::TestWithParam< std::pair< int, char const* > > {};
+
+TEST_P( FatalSignal, isNamedWithTheStackAndTheHookAndEndsTheProcess ) {
+   auto const [ number, name ] = GetParam();
+   Outcome const outcome = inChild( [ number = number ] {
+      printBacktraceFn = []( int fd ) { dprintf( fd, "the hook on %d\n", fd ); };
+      raise( number );
+      return 0;
+   } );
+   expectKilledBy( outcome, number );
+   EXPECT_TRUE( contains( outcome, "fatal signal " + std::to_string( number ) + " (" + name + ")" ) )
+      << outcome.errors;
+   EXPECT_TRUE( contains( outcome, "the hook on 2\n" ) );
+   EXPECT_TRUE( contains( outcome, "[0x" ) );
+   EXPECT_LT( outcome.errors.find( "[0x" ), outcome.errors.find( "the hook" ) );
+}
+
+INSTANTIATE_TEST_SUITE_P( All, FatalSignal,
+                          testing::Values( std::pair( SIGSEGV, "SIGSEGV" ),
+                                           std::pair( SIGBUS, "SIGBUS" ),
+                                           std::pair( SIGFPE, "SIGFPE" ),
+                                           std::pair( SIGILL, "SIGILL" ),
+                                           std::pair( SIGABRT, "SIGABRT" ) ),
+                          []( auto const& each ) { return std::string( each.param.second ); } );
+
+TEST( CrashReport, tellsTheAddressOfAFault ) {
+   Outcome const outcome = inChild( [] {
+      writeTo( 0x123 );
+      return 0;
+   } );
+   expectKilledBy( outcome, SIGSEGV );
+   EXPECT_TRUE( contains( outcome, "(SIGSEGV) at address 0x123, process " ) ) << outcome.errors;
+}
+
+TEST( CrashReport, comesFromOtherThreadsToo ) {
+   Outcome const outcome = inChild( [] {
+      std::thread( [] { writeTo( 0x123 ); } ).join();
+      return 0;
+   } );
+   expectKilledBy( outcome, SIGSEGV );
+   EXPECT_TRUE( contains( outcome, "fatal signal" ) );
+}
+
+TEST( CrashReport, endsAtOnceOnAFaultInsideOfIt ) {
+   Outcome const outcome = inChild( [] {
+      printBacktraceFn = []( int ) {
+         writeTo( 0x123 );
+         _exit( 0 );
+      };
+      raise( SIGFPE );
+      return 0;
+   } );
+   EXPECT_TRUE( outcome.killedBy( SIGFPE ) ) << outcome.status;
+}
+
+// A handler from before libkel was loaded: KEL_TEST_BEFORE says which, and the test starts the
+// program anew for it.
+void plainHandler( int number ) {
+   dprintf( STDERR_FILENO, "plain %d\n", number );
+   _exit( 7 );
+}
+
+void infoHandler( int number, siginfo_t* info, void* context ) {
+   bool const complete = info->si_signo == number && info->si_pid == getpid() && context;
+   dprintf( STDERR_FILENO, "info %d %s\n", number, complete ? "complete" : "incomplete" );
+   _exit( 8 );
+}
+
+void returningHandler( int ) {}
+
+void installBefore( int, char**, char** environment ) {
+   constexpr std::string_view name = "KEL_TEST_BEFORE=";
+   for( ; *environment; ++environment ) {
+      std::string_view const variable = *environment;
+      if( !variable.starts_with( name ) ) {
+         continue;
+      }
+      std::string_view const which = variable.substr( name.size() );
+      struct sigaction action = {};
+      action.sa_handler = which == "plain"    ? plainHandler
+                          : which == "ignore" ? SIG_IGN
+                                              : returningHandler;
+      if( which == "info" ) {
+         action.sa_sigaction = infoHandler;
+         action.sa_flags = SA_SIGINFO;
+      }
+      sigaction( SIGFPE, &action, nullptr );
+   }
+}
+
+// Runs before the initialisers of all shared libraries.
+[[gnu::section( ".preinit_array" ), gnu::used]] void ( *const installBeforeEntry )( int,
+                                                                                    char**,
+                                                                                    char** ) =
+   installBefore;
+
+class EarlierHandler : public testing::Test {
+ protected:
+   static void whichIs( char const* which ) {
+      GTEST_FLAG_SET( death_test_style, "threadsafe" );
+      setenv( "KEL_TEST_BEFORE", which, 1 );
+   }
+   void TearDown() override { unsetenv( "KEL_TEST_BEFORE" ); }
+
+   [[noreturn]] static void raiseTwice() {
+      raise( SIGFPE );
+      raise( SIGFPE );
+      _exit( 3 );
+   }
+};
+
+TEST_F( EarlierHandler, isCalledBehindTheReport ) {
+   whichIs( "plain" );
+   EXPECT_EXIT( raiseTwice(), testing::ExitedWithCode( 7 ), "^fatal signal 8 .*\nplain 8\n$" );
+}
+
+TEST_F( EarlierHandler, getsTheInformationThatItAskedFor ) {
+   whichIs( "info" );
+   EXPECT_EXIT( raiseTwice(), testing::ExitedWithCode( 8 ),
+                "^fatal signal 8 .*\ninfo 8 complete\n$" );
+}
+
+TEST_F( EarlierHandler, mayReturn ) {
+   whichIs( "return" );
+   EXPECT_EXIT( raiseTwice(), testing::ExitedWithCode( 3 ), "fatal signal.*fatal signal" );
+}
+
+TEST_F( EarlierHandler, thatIgnoresASentSignalKeepsItIgnored ) {
+   whichIs( "ignore" );
+   EXPECT_EXIT( raiseTwice(), testing::ExitedWithCode( 3 ), "^$" );
+}
+
+#ifndef KEL_SANITIZED  // they have stacks and limits of their own
+
+[[gnu::noinline]] int overflow( int depth ) {
+   char* volatile block = static_cast< char* >( alloca( 4096 ) );
+   std::memset( block, depth, 4096 );
+   return depth < 0 ? 0 : overflow( depth + 1 ) + block[ 17 ];
+}
+
+TEST( CrashReport, tellsOfAnOverflowOfTheMainStack ) {
+   Outcome const outcome = inChild( [] { return overflow( 0 ); } );
+   EXPECT_TRUE( outcome.killedBy( SIGSEGV ) ) << outcome.status;
+   EXPECT_TRUE( contains( outcome, "fatal signal" ) );
+}
+
+TEST( CrashReport, tellsOfAnOverflowOfAThreadWithAStackForIt ) {
+   Outcome const outcome = inChild( [] {
+      std::thread( [] {
+         crashStackForThread();
+         crashStackForThread();
+         overflow( 0 );
+      } ).join();
+      return 0;
+   } );
+   EXPECT_TRUE( outcome.killedBy( SIGSEGV ) ) << outcome.status;
+   EXPECT_TRUE( contains( outcome, "fatal signal" ) );
+}
+
+TEST( CrashReport, takesTheThreadsStackBackAtItsEnd ) {
+   stack_t inside{};
+   std::thread( [ &inside ] {
+      crashStackForThread();
+      sigaltstack( nullptr, &inside );
+   } ).join();
+   EXPECT_EQ( inside.ss_flags & SS_DISABLE, 0 );
+   unsigned char resident = 0;
+   EXPECT_NE( mincore( inside.ss_sp, 1, &resident ), 0 );  // no longer mapped
+}
+
+#endif
+
+TEST( CrashReport, twoThreadsThatCrashEndTheProcessOnce ) {
+   Outcome const outcome = inChild( [] {
+      printBacktraceFn = []( int fd ) {
+         usleep( 100'000 );
+         dprintf( fd, "the hook\n" );
+      };
+      std::thread first( [] { abort(); } );
+      std::thread second( [] { abort(); } );
+      first.join();
+      second.join();
+      return 0;
+   } );
+   EXPECT_TRUE( outcome.killedBy( SIGABRT ) ) << outcome.status;
+   EXPECT_NE( outcome.errors.find( "the hook\n" ), std::string::npos );
+   EXPECT_EQ( outcome.errors.find( "the hook\n" ), outcome.errors.rfind( "the hook\n" ) );
+}
+
+}  // namespace
+
+}  // namespace Kel

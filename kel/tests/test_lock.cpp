@@ -1,0 +1,152 @@
+#include <gtest/gtest.h>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <future>
+#include <thread>
+
+#include <kel/Exception.h>
+#include <kel/Lock.h>
+
+#include "ChildProcess.h"
+
+namespace Kel {
+
+namespace {
+
+pid_t kernelThreadId() {
+   return static_cast< pid_t >( syscall( SYS_gettid ) );
+}
+
+class ALock : public testing::Test {
+ protected:
+   bool heldHere() const { return lock.ownerThread() == kernelThreadId(); }
+
+   Lock lock;
+};
+
+TEST_F( ALock, isFreeAtFirst ) {
+   EXPECT_EQ( lock.ownerThread(), 0 );
+}
+
+TEST_F( ALock, hasItsMutexFirst ) {
+   EXPECT_EQ( static_cast< void* >( lock.mutex() ), static_cast< void* >( &lock ) );
+}
+
+TEST_F( ALock, knowsItsOwner ) {
+   EXPECT_EQ( pthread_mutex_lock( lock.mutex() ), 0 );
+   EXPECT_TRUE( heldHere() );
+   EXPECT_EQ( pthread_mutex_lock( lock.mutex() ), EDEADLK );
+   int fromElsewhere = 0;
+   std::thread( [ & ] { fromElsewhere = pthread_mutex_unlock( lock.mutex() ); } ).join();
+   EXPECT_EQ( fromElsewhere, EPERM );
+   EXPECT_EQ( pthread_mutex_unlock( lock.mutex() ), 0 );
+   EXPECT_EQ( lock.ownerThread(), 0 );
+}
+
+TEST_F( ALock, isHeldForTheLifeOfAnAnchor ) {
+   {
+      LockAnchor const anchor( &lock );
+      EXPECT_TRUE( heldHere() );
+   }
+   EXPECT_EQ( lock.ownerThread(), 0 );
+}
+
+TEST_F( ALock, staysHeldBehindAnInnerAnchor ) {
+   LockAnchor const outer( &lock );
+   {
+      LockAnchor const inner( &lock, LockAnchor::gilHeldInBody );
+      EXPECT_TRUE( heldHere() );
+   }
+   EXPECT_TRUE( heldHere() );
+}
+
+TEST_F( ALock, keepsAnAnchorOfAnotherThreadWaiting ) {
+   std::promise< void > asked;
+   bool got = false;
+   std::thread other;
+   {
+      LockAnchor const anchor( &lock );
+      other = std::thread( [ & ] {
+         asked.set_value();
+         LockAnchor const inner( &lock );
+         got = true;
+      } );
+      asked.get_future().wait();
+      EXPECT_FALSE( got );
+   }
+   other.join();
+   EXPECT_TRUE( got );
+}
+
+TEST_F( ALock, isFreeForTheLifeOfAnUnlockAnchor ) {
+   LockAnchor const anchor( &lock );
+   {
+      UnlockAnchor const free( &lock );
+      EXPECT_EQ( lock.ownerThread(), 0 );
+      std::thread( [ this ] { LockAnchor const elsewhere( &lock ); } ).join();
+   }
+   EXPECT_TRUE( heldHere() );
+}
+
+TEST_F( ALock, mayComeBackToAnUnlockAnchorAlreadyHeld ) {
+   LockAnchor const anchor( &lock );
+   {
+      UnlockAnchor const free( &lock );
+      EXPECT_EQ( pthread_mutex_lock( lock.mutex() ), 0 );
+   }
+   EXPECT_TRUE( heldHere() );
+}
+
+TEST_F( ALock, throwsWhenAThreadReleasesWhatItDoesNotOwn ) {
+   try {
+      UnlockAnchor const free( &lock );
+      FAIL();
+   } catch( ErrnoException const& exception ) {
+      EXPECT_EQ( exception.errnoValue(), EPERM );
+   }
+}
+
+TEST_F( ALock, reportsFailuresByTheirNumber ) {
+   try {
+      Lock::throwFailedLock( EINVAL );
+   } catch( ErrnoException const& exception ) {
+      EXPECT_EQ( exception.errnoValue(), EINVAL );
+   }
+   EXPECT_THROW( Lock::throwFailedUnlock( EPERM ), ErrnoException );
+}
+
+TEST_F( ALock, isHeldOrFreeAfterAReset ) {
+   lock.resetAfterFork( true );
+   EXPECT_TRUE( heldHere() );
+   EXPECT_EQ( pthread_mutex_lock( lock.mutex() ), EDEADLK );
+   EXPECT_EQ( pthread_mutex_unlock( lock.mutex() ), 0 );
+   EXPECT_EQ( pthread_mutex_lock( lock.mutex() ), 0 );
+   lock.resetAfterFork( false );
+   EXPECT_EQ( lock.ownerThread(), 0 );
+}
+
+TEST( ActivityLock, isOne ) {
+   EXPECT_NE( activityLock(), nullptr );
+   EXPECT_EQ( activityLock(), activityLock() );
+}
+
+TEST( ThreadId, isTheKernelsInEachThread ) {
+   EXPECT_EQ( Impl::gettid(), kernelThreadId() );
+   EXPECT_EQ( Impl::gettid(), kernelThreadId() );
+   std::thread( [] { EXPECT_EQ( Impl::gettid(), kernelThreadId() ); } ).join();
+}
+
+TEST( ThreadId, isTheChildsOwnAfterAFork ) {
+   pid_t const parent = Impl::gettid();
+   auto const outcome = Testing::inChild( [ parent ] {
+      return Impl::gettid() == kernelThreadId() && Impl::gettid() != parent ? 0 : 1;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 );
+}
+
+}  // namespace
+
+}  // namespace Kel
