@@ -1,0 +1,25 @@
+# What the project takes from elsewhere. Each missing piece is named in one line with what to do.
+
+set( advice "Run ./dev setup, or on Debian 12: apt-get install" )
+
+find_package( Threads REQUIRED )
+
+find_package( Boost 1.74 QUIET )
+if( NOT TARGET Boost::headers )
+   message( FATAL_ERROR "Boost's headers are missing. ${advice} libboost-dev" )
+endif()
+
+find_package( nlohmann_json QUIET )
+if( NOT nlohmann_json_FOUND )
+   message( FATAL_ERROR "nlohmann's JSON library is missing. ${advice} nlohmann-json3-dev" )
+endif()
+
+find_package( GTest QUIET )
+if( NOT GTest_FOUND )
+   message( FATAL_ERROR "GoogleTest is missing. ${advice} libgtest-dev" )
+endif()
+
+find_package( Python27 QUIET )
+if( NOT Python27_FOUND )
+   message( FATAL_ERROR "${Python27_NOT_FOUND_MESSAGE}" )
+endif()

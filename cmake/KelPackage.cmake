@@ -1,0 +1,33 @@
+# `./dev install PREFIX` and the CMake package KelPy, with the targets Kel::kel and KelPy::KelPy.
+if( NOT TARGET kelpy )
+   return()
+endif()
+
+include( CMakePackageConfigHelpers )
+
+set( package lib/cmake/KelPy )
+set( modules lib/python2.7/site-packages )
+
+install( TARGETS kel EXPORT KelTargets LIBRARY DESTINATION lib )
+install( TARGETS kelpy EXPORT KelPyTargets LIBRARY DESTINATION lib )
+install( EXPORT KelTargets NAMESPACE Kel:: DESTINATION ${package} )
+install( EXPORT KelPyTargets NAMESPACE KelPy:: DESTINATION ${package} )
+
+install( DIRECTORY kel/include/kel TYPE INCLUDE FILES_MATCHING PATTERN "*.h" )
+install( DIRECTORY kelpy TYPE INCLUDE FILES_MATCHING PATTERN "*.h" )
+
+install( DIRECTORY python/ DESTINATION ${modules} FILES_MATCHING PATTERN "*.py" )
+file( MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/package )
+file( CREATE_LINK ../../libKelPy.so ${CMAKE_BINARY_DIR}/package/_Kel.so SYMBOLIC )
+install( FILES ${CMAKE_BINARY_DIR}/package/_Kel.so DESTINATION ${modules} )
+
+configure_package_config_file( cmake/KelPyConfig.cmake.in ${CMAKE_BINARY_DIR}/package/KelPyConfig.cmake
+   INSTALL_DESTINATION ${package} )
+write_basic_package_version_file( ${CMAKE_BINARY_DIR}/package/KelPyConfigVersion.cmake
+   COMPATIBILITY SameMajorVersion )
+install( FILES
+   ${CMAKE_BINARY_DIR}/package/KelPyConfig.cmake
+   ${CMAKE_BINARY_DIR}/package/KelPyConfigVersion.cmake
+   cmake/FindPython27.cmake
+   cmake/python27_probe.py
+   DESTINATION ${package} )
