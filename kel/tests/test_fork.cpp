@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <future>
@@ -157,29 +158,19 @@ TEST_F( Fork, thatSkipsTheLockLeavesItToItsOwner ) {
 }
 
 TEST_F( Fork, skipsTheLockJustOnce ) {
-   auto const outcome = inChild( [] {
-      skipActivityLockForNextFork();
-      inChild( [] { return 0; } );
-      static bool taken = false;
-      std::promise< void > release;
-      std::promise< void > held;
-      std::thread holder( [ & ] {
-         LockAnchor const anchor( activityLock() );
-         held.set_value();
-         release.get_future().wait();
-         taken = true;
-      } );
-      held.get_future().wait();
-      std::thread later( [ & ] {
-         std::this_thread::sleep_for( std::chrono::milliseconds( 20 ) );
-         release.set_value();
-      } );
-      bool const waited = inChild( [] { return taken ? 1 : 0; } ).exitCode() == 1;
-      holder.join();
-      later.join();
-      return waited ? 0 : 1;
+   skipActivityLockForNextFork();
+   inChild( [] { return 0; } );
+   bool released = false;
+   std::promise< void > held;
+   std::thread holder( [ & ] {
+      LockAnchor const anchor( activityLock() );
+      held.set_value();
+      std::this_thread::sleep_for( std::chrono::milliseconds( 20 ) );
+      released = true;
    } );
-   EXPECT_EQ( outcome.exitCode(), 0 );
+   held.get_future().wait();
+   EXPECT_EQ( inChild( [ & ] { return released ? 1 : 0; } ).exitCode(), 1 );
+   holder.join();
 }
 
 TEST_F( Fork, keepsItsStateByThread ) {
@@ -226,7 +217,7 @@ TEST_F( Fork, letsAPrepareHandlerGrabOrSkipTheLock ) {
 }
 
 TEST_F( Fork, survivesThreadsThatWorkUnderTheLock ) {
-   bool volatile stop = false;
+   std::atomic< bool > stop = false;
    std::thread busy( [ & ] {
       while( !stop ) {
          LockAnchor const anchor( activityLock() );
