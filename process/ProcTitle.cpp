@@ -20,13 +20,13 @@ namespace {
 
 // Guards all below.
 constinit std::mutex titleMutex;
-constinit std::string* title = nullptr;  // immortal: procTitle may be asked at exit
+constinit std::string* title = nullptr; // immortal: procTitle may be asked at exit
 
 // The memory that the kernel shows as the command line. It goes on behind the arguments, into the
 // environment, only if the last byte of the arguments is not NUL.
 struct TitleArea {
    char* begin;
-   char* end;  // of the environment that follows the arguments
+   char* end; // of the environment that follows the arguments
 };
 constinit TitleArea area{};
 
@@ -49,15 +49,15 @@ std::vector< std::uintptr_t > processFields() {
    return fields;
 }
 
-// Empty unless the process still has its arguments where `argv` says: a title must not be written over
-// memory that is not known to be theirs.
+// Empty unless the process still has its arguments where `argv` says: a title must not be written
+// over memory that is not known to be theirs.
 TitleArea findArea( char const* firstArgument ) {
    auto const fields = processFields();
    if( fields.size() <= environmentEndField - 3 ) {
       return {};
    }
-   auto const address = [ &fields ]( int field ) {
-      return reinterpret_cast< char* >( fields[ static_cast< std::size_t >( field - 3 ) ] );
+   auto const address = [&fields]( int field ) {
+      return reinterpret_cast< char* >( fields[static_cast< std::size_t >( field - 3 )] );
    };
    char* const begin = address( argumentsBeginField );
    char* const end = address( argumentsEndField );
@@ -95,8 +95,8 @@ void moveTexts( TitleArea const& found ) {
    }
 }
 
-// Behind a title that ends inside of the arguments these are all NUL. A longer one reaches over their
-// last byte, as the kernel wants it.
+// Behind a title that ends inside of the arguments these are all NUL. A longer one reaches over
+// their last byte, as the kernel wants it.
 void writeTitle( std::string const& text ) {
    auto const room = static_cast< std::size_t >( area.end - area.begin );
    std::size_t const length = std::min( text.size(), room - 1 );
@@ -113,13 +113,13 @@ std::string joined( char const* a, char const* b ) {
    return text;
 }
 
-}  // namespace
+} // namespace
 
 void procTitleIs( int argc, char** argv, char const* a, char const* b ) {
    std::string text = joined( a, b );
    std::lock_guard const guard( titleMutex );
-   if( !area.begin && argc > 0 && argv && argv[ 0 ] ) {
-      TitleArea const found = findArea( argv[ 0 ] );
+   if( !area.begin && argc > 0 && argv && argv[0] ) {
+      TitleArea const found = findArea( argv[0] );
       moveTexts( found );
       area = found;
    }

@@ -8,13 +8,11 @@ namespace {
 
 constinit std::atomic< AllocTrackTypeInfo* > newestInfo{ nullptr };
 
-}  // namespace
+} // namespace
 
 // Two threads may meet at a type's first allocation: the record that reaches the slot stays.
 AllocTrackTypeInfo* AllocTrackTypeInfo::recordFor( AllocTrackTypeInfo** slot,
-                                                   std::type_info const& type,
-                                                   std::size_t size,
-                                                   std::size_t alignment ) {
+   std::type_info const& type, std::size_t size, std::size_t alignment ) {
    AllocTrackTypeInfo* info = __atomic_load_n( slot, __ATOMIC_ACQUIRE );
    if( info ) {
       return info;
@@ -26,22 +24,19 @@ AllocTrackTypeInfo* AllocTrackTypeInfo::recordFor( AllocTrackTypeInfo** slot,
       return info;
    }
    made->next_ = newestInfo.load( std::memory_order_relaxed );
-   while( !newestInfo.compare_exchange_weak( made->next_, made, std::memory_order_release,
-                                             std::memory_order_relaxed ) ) {
+   while( !newestInfo.compare_exchange_weak(
+      made->next_, made, std::memory_order_release, std::memory_order_relaxed ) ) {
    }
    return made;
 }
 
 void AllocTrackTypeInfo::trackArrayAllocation( AllocTrackTypeInfo** slot,
-                                               std::type_info const& type,
-                                               std::size_t size,
-                                               std::size_t alignment,
-                                               std::size_t count ) {
+   std::type_info const& type, std::size_t size, std::size_t alignment, std::size_t count ) {
    recordFor( slot, type, size, alignment )->live_.fetch_add( count, std::memory_order_relaxed );
 }
 
-void AllocTrackTypeInfo::trackArrayDeallocation( AllocTrackTypeInfo* info,
-                                                 std::size_t count ) noexcept {
+void AllocTrackTypeInfo::trackArrayDeallocation(
+   AllocTrackTypeInfo* info, std::size_t count ) noexcept {
    info->live_.fetch_sub( count, std::memory_order_relaxed );
 }
 
@@ -58,4 +53,4 @@ void allocTrackAllocatorBadAlloc() {
    throwOutOfMemory();
 }
 
-}  // namespace Kel
+} // namespace Kel

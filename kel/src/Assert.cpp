@@ -9,10 +9,8 @@
 
 namespace Kel {
 
-void assertionFailed( char const* text,
-                      char const* file,
-                      int line,
-                      char const* function ) noexcept {
+void assertionFailed(
+   char const* text, char const* file, int line, char const* function ) noexcept {
    char const* slash = std::strrchr( file, '/' );
    Impl::SafeText message;
    message << "assertion failed: " << text << " (" << ( slash ? slash + 1 : file ) << ":"
@@ -22,4 +20,4 @@ void assertionFailed( char const* text,
    std::abort();
 }
 
-}  // namespace Kel
+} // namespace Kel

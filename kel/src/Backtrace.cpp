@@ -19,13 +19,13 @@ std::size_t blockBytes( unsigned frames ) {
    return sizeof( Backtrace ) + frames * sizeof( void* );
 }
 
-}  // namespace
+} // namespace
 
 Backtrace::Backtrace( unsigned frames ) noexcept
    : frames_( frames ), addresses_( reinterpret_cast< void** >( this + 1 ) ) {}
 
 [[gnu::noinline]] Ptr< Backtrace const > Backtrace::capture() {
-   void* addresses[ maxFrames + 1 ];
+   void* addresses[maxFrames + 1];
    int const found = ::backtrace( addresses, maxFrames + 1 );
    int const own = found > 0 ? 1 : 0;
    return fromAddresses( addresses + own, static_cast< unsigned >( found - own ) );
@@ -41,4 +41,4 @@ void Backtrace::handleZeroRef() const noexcept {
    memFree( const_cast< Backtrace* >( this ), blockBytes( frames_ ) );
 }
 
-}  // namespace Kel
+} // namespace Kel

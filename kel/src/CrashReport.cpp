@@ -23,15 +23,18 @@ namespace {
 struct FatalSignal {
    int number;
    char const* name;
-   struct sigaction before;  // written once, at load
+   struct sigaction before; // written once, at load
 };
 
 constinit FatalSignal fatalSignals[] = {
-   { SIGSEGV, "SIGSEGV", {} }, { SIGBUS, "SIGBUS", {} },   { SIGFPE, "SIGFPE", {} },
-   { SIGILL, "SIGILL", {} },   { SIGABRT, "SIGABRT", {} },
+   { SIGSEGV, "SIGSEGV", {} },
+   { SIGBUS, "SIGBUS", {} },
+   { SIGFPE, "SIGFPE", {} },
+   { SIGILL, "SIGILL", {} },
+   { SIGABRT, "SIGABRT", {} },
 };
 
-constexpr std::size_t stackBytes = 256 * 1024;  // a report may run Python code
+constexpr std::size_t stackBytes = 256 * 1024; // a report may run Python code
 constexpr int maxFrames = 64;
 
 // The thread that writes a report, 0 when none does, and the signal that it will die by.
@@ -73,7 +76,7 @@ void enterReport( int number ) {
 }
 
 void writeStacks() {
-   void* frames[ maxFrames ];
+   void* frames[maxFrames];
    backtrace_symbols_fd( frames, ::backtrace( frames, maxFrames ), STDERR_FILENO );
    if( printBacktraceFn ) {
       printBacktraceFn( STDERR_FILENO );
@@ -104,7 +107,7 @@ void chain( FatalSignal const& fatal, siginfo_t* info, void* context ) {
    if( before.sa_flags & SA_SIGINFO ) {
       before.sa_sigaction( fatal.number, info, context );
    } else if( before.sa_handler == SIG_DFL || before.sa_handler == SIG_IGN ) {
-      dieBySignal( fatal.number );  // a fault cannot be ignored
+      dieBySignal( fatal.number ); // a fault cannot be ignored
    } else {
       before.sa_handler( fatal.number );
    }
@@ -146,8 +149,8 @@ void* installStack() {
    if( sigaltstack( nullptr, &now ) != 0 || !( now.ss_flags & SS_DISABLE ) ) {
       return nullptr;
    }
-   void* memory = mmap( nullptr, stackBytes, PROT_READ | PROT_WRITE,
-                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0 );
+   void* memory = mmap(
+      nullptr, stackBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0 );
    if( memory == MAP_FAILED ) {
       return nullptr;
    }
@@ -193,7 +196,7 @@ thread_local ThreadStack threadStack;
    // The first call loads the unwinder, which allocates.
    void* frame;
    ::backtrace( &frame, 1 );
-   installStack();  // stays to the end: destructors at exit may crash too
+   installStack(); // stays to the end: destructors at exit may crash too
    struct sigaction action = {};
    action.sa_sigaction = onFatalSignal;
    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
@@ -202,7 +205,7 @@ thread_local ThreadStack threadStack;
    }
 }
 
-}  // namespace
+} // namespace
 
 void crashStackForThread() noexcept {
    threadStack.install();
@@ -216,4 +219,4 @@ void Impl::reportAssertion( char const* line, std::size_t length ) noexcept {
    assertionReporter = ::gettid();
 }
 
-}  // namespace Kel
+} // namespace Kel

@@ -10,14 +10,14 @@ namespace {
 constinit std::atomic< bool > captureBacktraces_{ false };
 
 String errnoMessage( int errnoValue, String const& text ) {
-   char buffer[ 256 ];
+   char buffer[256];
    char const* reason = strerror_r( errnoValue, buffer, sizeof buffer );
    return text.empty() ? String( reason ) : text + ": " + reason;
 }
 
 // Made at load, while there is memory for it, and never destroyed.
 String const& outOfMemoryText() {
-   alignas( String ) static char place[ sizeof( String ) ];
+   alignas( String ) static char place[sizeof( String )];
    static String const* const text = new( place ) String( "out of memory" );
    return *text;
 }
@@ -26,7 +26,7 @@ String const& outOfMemoryText() {
    outOfMemoryText();
 }
 
-}  // namespace
+} // namespace
 
 Exception::Exception( char const* message ) : Exception( String( message ) ) {}
 
@@ -56,11 +56,12 @@ ErrnoException::ErrnoException( int errnoValue, char const* text )
    : ErrnoException( errnoValue, String( text ) ) {}
 
 ErrnoException::ErrnoException( int errnoValue, String text )
-   : Exception( errnoMessage( errnoValue, text ) ), errno_( errnoValue ),
+   : Exception( errnoMessage( errnoValue, text ) ),
+     errno_( errnoValue ),
      text_( std::move( text ) ) {}
 
 void throwOutOfMemory() {
    throw MemoryException( outOfMemoryText() );
 }
 
-}  // namespace Kel
+} // namespace Kel

@@ -35,9 +35,9 @@ constinit std::atomic< bool > initialized{ false };
 
 // What this thread has arranged for its next fork, and the fork under way.
 struct ForkState {
-   bool grabbed;   // the activity lock was taken for the fork
-   bool skip;      // the next fork leaves the lock alone
-   bool ownsLock;  // the thread itself owned the lock when the fork began
+   bool grabbed;  // the activity lock was taken for the fork
+   bool skip;     // the next fork leaves the lock alone
+   bool ownsLock; // the thread itself owned the lock when the fork began
    HandlerTable const* table;
 };
 
@@ -106,7 +106,7 @@ void afterForkInChild() noexcept {
    runAfterFork( state, &Handlers::child );
 }
 
-}  // namespace
+} // namespace
 
 void initializeAtForkHandler() {
    if( initialized.exchange( true ) ) {
@@ -118,10 +118,8 @@ void initializeAtForkHandler() {
    }
 }
 
-void registerAtForkHandler( AtForkHandler prepare,
-                            AtForkHandler parent,
-                            AtForkHandler child,
-                            unsigned priority ) {
+void registerAtForkHandler(
+   AtForkHandler prepare, AtForkHandler parent, AtForkHandler child, unsigned priority ) {
    initializeAtForkHandler();
    auto const isBelow = []( unsigned wanted, Handlers const& each ) {
       return wanted < each.priority;
@@ -133,8 +131,7 @@ void registerAtForkHandler( AtForkHandler prepare,
          next->handlers = present->handlers;
       }
       auto& handlers = next->handlers;
-      handlers.insert(
-         std::upper_bound( handlers.begin(), handlers.end(), priority, isBelow ),
+      handlers.insert( std::upper_bound( handlers.begin(), handlers.end(), priority, isBelow ),
          Handlers{ prepare, parent, child, priority } );
       next->before.reset( present );
       if( handlerTable.compare_exchange_strong( present, next.get(), std::memory_order_acq_rel ) ) {
@@ -157,4 +154,4 @@ void skipActivityLockForNextFork() noexcept {
    forkState.skip = true;
 }
 
-}  // namespace Kel
+} // namespace Kel

@@ -24,7 +24,7 @@ void forgetThreadId() {
    KEL_ASSERT( error == 0 );
 }
 
-}  // namespace
+} // namespace
 
 void Lock::resetAfterFork( bool held ) noexcept {
    mutex_ = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
@@ -81,4 +81,4 @@ pid_t Impl::gettid() noexcept {
    return threadId;
 }
 
-}  // namespace Kel
+} // namespace Kel

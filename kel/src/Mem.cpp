@@ -57,7 +57,7 @@ std::size_t allocatedBytes( std::size_t size ) {
    return std::max( ( size + memClassBytes - 1 ) & ~( memClassBytes - 1 ), memClassBytes );
 }
 
-}  // namespace
+} // namespace
 
 void* memAllocSlow( std::size_t size ) {
    void* memory = std::malloc( allocatedBytes( size ) );
@@ -78,7 +78,7 @@ void memFreeSlow( void* memory, std::size_t size ) noexcept {
    std::free( memory );
 }
 
-}  // namespace Impl
+} // namespace Impl
 
 void* memRealloc( void* memory, std::size_t oldSize, std::size_t newSize ) {
    using namespace Impl;
@@ -102,4 +102,4 @@ void* memRealloc( void* memory, std::size_t oldSize, std::size_t newSize ) {
    return moved;
 }
 
-}  // namespace Kel
+} // namespace Kel

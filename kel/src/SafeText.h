@@ -32,7 +32,7 @@ class SafeText {
       return digits( number, 16 );
    }
 
-   void endLine() { text_[ length_++ ] = '\n'; }
+   void endLine() { text_[length_++] = '\n'; }
 
    char const* data() const { return text_; }
    std::size_t length() const { return length_; }
@@ -41,17 +41,17 @@ class SafeText {
    static constexpr std::size_t limit = 2000;
 
    SafeText& digits( std::uintptr_t number, unsigned base ) {
-      char text[ 24 ];
+      char text[24];
       char* at = text + sizeof text;
       *--at = '\0';
       do {
-         *--at = "0123456789abcdef"[ number % base ];
+         *--at = "0123456789abcdef"[number % base];
          number /= base;
       } while( number != 0 );
       return *this << at;
    }
 
-   char text_[ limit + 1 ];
+   char text_[limit + 1];
    std::size_t length_ = 0;
 };
 
@@ -60,4 +60,4 @@ inline void writeToStderr( char const* text, std::size_t length ) {
    [[maybe_unused]] auto const written = ::write( STDERR_FILENO, text, length );
 }
 
-}  // namespace Kel::Impl
+} // namespace Kel::Impl

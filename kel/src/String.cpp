@@ -32,7 +32,7 @@ void checkLength( std::size_t length ) {
 
 void lengthIs( StringData* data, std::size_t length ) {
    data->length = static_cast< std::uint32_t >( length );
-   data->text()[ length ] = '\0';
+   data->text()[length] = '\0';
 }
 
 bool soleOwner( StringData const* data ) {
@@ -45,8 +45,8 @@ StringData* appendToOwned( StringData* data, char const* bytes, std::size_t leng
    std::less<> const before;
    bool const inside = !before( bytes, data->text() ) && before( bytes, data->text() + old );
    std::ptrdiff_t const offset = inside ? bytes - data->text() : 0;
-   data = static_cast< StringData* >(
-      memRealloc( data, dataBytes( old ), dataBytes( old + length ) ) );
+   data =
+      static_cast< StringData* >( memRealloc( data, dataBytes( old ), dataBytes( old + length ) ) );
    std::memcpy( data->text() + old, inside ? data->text() + offset : bytes, length );
    lengthIs( data, old + length );
    return data;
@@ -65,7 +65,7 @@ StringData* appendToShared( StringData* data, char const* bytes, std::size_t len
    return joined;
 }
 
-}  // namespace
+} // namespace
 
 StringData* stringDataNew( void const* bytes, std::size_t length ) {
    if( length == 0 ) {
@@ -96,14 +96,14 @@ StringData* stringDataAppend( StringData* data, void const* bytes, std::size_t l
                             : appendToShared( data, text, length );
 }
 
-}  // namespace Impl
+} // namespace Impl
 
 std::ostream& operator<<( std::ostream& out, String const& text ) {
    return out << text.view();
 }
 
 String _fmt( char const* format, ... ) {
-   char local[ 256 ];
+   char local[256];
    std::va_list arguments;
    va_start( arguments, format );
    int const length = std::vsnprintf( local, sizeof local, format, arguments );
@@ -136,4 +136,4 @@ String demangle( std::type_info const& type ) {
    return demangle( type.name() );
 }
 
-}  // namespace Kel
+} // namespace Kel

@@ -23,7 +23,7 @@ constexpr TraceConfig::Levels levelZero = 1;
 // What stands in a line before the message.
 struct LineHead {
    char const* handle;
-   char const* tag;  // null for none
+   char const* tag; // null for none
    int level;
    char const* file;
    int line;
@@ -40,9 +40,9 @@ std::string escaped( std::string_view text ) {
       auto const byte = static_cast< unsigned char >( c );
       if( auto const at = special.find( c ); at != special.npos ) {
          result += '\\';
-         result += letters[ at ];
+         result += letters[at];
       } else if( byte < 0x20 || byte > 0x7e ) {
-         result += { '\\', 'x', digits[ byte >> 4 ], digits[ byte & 15 ] };
+         result += { '\\', 'x', digits[byte >> 4], digits[byte & 15] };
       } else {
          result += c;
       }
@@ -56,7 +56,7 @@ std::string timeText() {
    clock_gettime( CLOCK_REALTIME, &now );
    tm parts = {};
    gmtime_r( &now.tv_sec, &parts );
-   char text[ 40 ];
+   char text[40];
    std::size_t const length = strftime( text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts );
    int const micros = static_cast< int >( now.tv_nsec / 1000 );
    std::snprintf( text + length, sizeof text - length, ".%06dZ", micros );
@@ -83,7 +83,7 @@ char const* facilityName( TraceFacility const* facility ) {
    return facility ? Impl::traceFacilityName( facility ) : "default";
 }
 
-}  // namespace
+} // namespace
 
 TraceHandle::TraceHandle( char const* name, bool levelZeroShown )
    : name_( name ), levelZeroShown_( levelZeroShown ) {}
@@ -104,16 +104,13 @@ TraceStream& TraceStream::operator<<( char c ) {
 }
 
 TraceStream& TraceStream::operator<<( double number ) {
-   char text[ 32 ];
+   char text[32];
    auto const end = std::to_chars( text, text + sizeof text, number ).ptr;
    return append( { text, static_cast< std::size_t >( end - text ) } );
 }
 
-TraceHelper::TraceHelper( TraceHandle& handle,
-                          FacilityLevel level,
-                          char const* file,
-                          int line,
-                          char const* function )
+TraceHelper::TraceHelper(
+   TraceHandle& handle, FacilityLevel level, char const* file, int line, char const* function )
    : handle_( handle ), level_( level ), file_( file ), line_( line ), function_( function ) {}
 
 TraceHelper::~TraceHelper() {
@@ -126,25 +123,16 @@ TraceHelper::~TraceHelper() {
    }
 }
 
-void trace_h( TraceFacility* facility,
-              char const* file,
-              int line,
-              char const* function,
-              String message,
-              int level ) {
+void trace_h( TraceFacility* facility, char const* file, int line, char const* function,
+   String message, int level ) {
    if( !traceLineSuppressed( facility, level ) ) {
-      writeLine( { facilityName( facility ), nullptr, level, file, line, function },
-                 message.view() );
+      writeLine(
+         { facilityName( facility ), nullptr, level, file, line, function }, message.view() );
    }
 }
 
-void trace_ht( TraceFacility* facility,
-               char const* tag,
-               char const* file,
-               int line,
-               char const* function,
-               String message,
-               int level ) {
+void trace_ht( TraceFacility* facility, char const* tag, char const* file, int line,
+   char const* function, String message, int level ) {
    if( !traceLineSuppressed( facility, level ) && !traceTagSuppressed( facility, tag ) ) {
       writeLine( { facilityName( facility ), tag, level, file, line, function }, message.view() );
    }
@@ -154,7 +142,8 @@ bool traceLineSuppressed( TraceFacility* facility, int level ) {
    if( level < trace0 || level > trace9 ) {
       return true;
    }
-   return !( ( TraceConfig::instance().levels( facilityName( facility ), levelZero ) >> level ) & 1 );
+   return !(
+      ( TraceConfig::instance().levels( facilityName( facility ), levelZero ) >> level ) & 1 );
 }
 
 bool traceTagSuppressed( TraceFacility* facility, char const* tag ) {
@@ -167,4 +156,4 @@ std::string escapedTraceString( char const* text, unsigned length ) {
    return escaped( { text, length } );
 }
 
-}  // namespace Kel
+} // namespace Kel

@@ -21,10 +21,10 @@ using Levels = TraceConfig::Levels;
 constinit std::atomic< TraceConfig const* > theConfig{ nullptr };
 
 std::optional< unsigned > level( std::string_view text ) {
-   if( text.size() != 1 || text[ 0 ] < '0' || text[ 0 ] > '9' ) {
+   if( text.size() != 1 || text[0] < '0' || text[0] > '9' ) {
       return std::nullopt;
    }
-   return text[ 0 ] - '0';
+   return text[0] - '0';
 }
 
 // "*" for all, "-" for none, "8" for one, "0-3" for a range; nothing for any other text.
@@ -61,7 +61,7 @@ int openTraceFile( char const* name ) {
    return STDERR_FILENO;
 }
 
-}  // namespace
+} // namespace
 
 TraceConfig::TraceConfig() : descriptor_( openTraceFile( std::getenv( "KEL_TRACE_FILE" ) ) ) {
    char const* listed = std::getenv( "KEL_TRACE" );
@@ -90,7 +90,7 @@ void TraceConfig::entryIs( std::string_view entry ) {
       return;
    }
    std::string_view const handle = entry.substr( 0, slash );
-   auto const isHandle = [ handle ]( Entry const& each ) { return each.handle == handle; };
+   auto const isHandle = [handle]( Entry const& each ) { return each.handle == handle; };
    auto const known = std::find_if( entries_.begin(), entries_.end(), isHandle );
    if( known != entries_.end() ) {
       known->levels |= *levels;
@@ -122,4 +122,4 @@ TraceConfig const& TraceConfig::instance() {
    return *config;
 }
 
-}  // namespace Kel::Impl
+} // namespace Kel::Impl

@@ -40,4 +40,4 @@ class TraceConfig {
    int descriptor_;
 };
 
-}  // namespace Kel::Impl
+} // namespace Kel::Impl

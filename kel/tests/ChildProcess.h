@@ -11,7 +11,7 @@ namespace Kel::Testing {
 
 struct Outcome {
    int status;
-   std::string errors;  // what the child wrote to standard error
+   std::string errors; // what the child wrote to standard error
 
    bool killedBy( int number ) const {
       return WIFSIGNALED( status ) && WTERMSIG( status ) == number;
@@ -24,27 +24,27 @@ struct Outcome {
 template< class Body >
 Outcome inChild( Body body ) {
    constexpr unsigned deadlineSeconds = 20;
-   int ends[ 2 ];
+   int ends[2];
    if( pipe( ends ) != 0 ) {
       std::abort();
    }
    pid_t const child = fork();
    if( child == 0 ) {
       alarm( deadlineSeconds );
-      dup2( ends[ 1 ], STDERR_FILENO );
-      close( ends[ 0 ] );
-      close( ends[ 1 ] );
+      dup2( ends[1], STDERR_FILENO );
+      close( ends[0] );
+      close( ends[1] );
       _exit( body() );
    }
-   close( ends[ 1 ] );
+   close( ends[1] );
    Outcome outcome{};
-   char buffer[ 4096 ];
-   for( ssize_t got; ( got = read( ends[ 0 ], buffer, sizeof buffer ) ) > 0; ) {
+   char buffer[4096];
+   for( ssize_t got; ( got = read( ends[0], buffer, sizeof buffer ) ) > 0; ) {
       outcome.errors.append( buffer, static_cast< std::size_t >( got ) );
    }
-   close( ends[ 0 ] );
+   close( ends[0] );
    waitpid( child, &outcome.status, 0 );
    return outcome;
 }
 
-}  // namespace Kel::Testing
+} // namespace Kel::Testing

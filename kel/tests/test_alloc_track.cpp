@@ -12,14 +12,14 @@ namespace Kel {
 namespace {
 
 struct alignas( 32 ) Tracked {
-   char bytes[ 64 ];
+   char bytes[64];
 };
 
 class AllocTrack : public testing::Test {
  protected:
    void allocate() {
-      AllocTrackTypeInfo::_trackAllocation( &slot, typeid( Tracked ), sizeof( Tracked ),
-                                            alignof( Tracked ) );
+      AllocTrackTypeInfo::_trackAllocation(
+         &slot, typeid( Tracked ), sizeof( Tracked ), alignof( Tracked ) );
    }
    void TearDown() override {
       if( slot ) {
@@ -55,8 +55,8 @@ TEST_F( AllocTrack, countsObjectsAndBytes ) {
 }
 
 TEST_F( AllocTrack, countsTheObjectsOfAnArray ) {
-   AllocTrackTypeInfo::trackArrayAllocation( &slot, typeid( Tracked ), sizeof( Tracked ),
-                                             alignof( Tracked ), 10 );
+   AllocTrackTypeInfo::trackArrayAllocation(
+      &slot, typeid( Tracked ), sizeof( Tracked ), alignof( Tracked ), 10 );
    EXPECT_EQ( slot->live(), 10U );
    AllocTrackTypeInfo::trackArrayDeallocation( slot, 10 );
 }
@@ -71,7 +71,7 @@ TEST_F( AllocTrack, listsEveryRecordOnce ) {
 TEST_F( AllocTrack, countsTheFirstAllocationsOfSeveralThreads ) {
    std::vector< std::thread > threads;
    for( int i = 0; i < 8; ++i ) {
-      threads.emplace_back( [ this ] {
+      threads.emplace_back( [this] {
          for( int round = 0; round < 1000; ++round ) {
             allocate();
          }
@@ -88,6 +88,6 @@ TEST( AllocTrackAllocator, failsWithAMemoryException ) {
    EXPECT_THROW( allocTrackAllocatorBadAlloc(), MemoryException );
 }
 
-}  // namespace
+} // namespace
 
-}  // namespace Kel
+} // namespace Kel

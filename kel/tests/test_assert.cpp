@@ -42,9 +42,10 @@ TEST( Assert, writesTheExpressionAsWrittenAndEndsByAbort ) {
       return 0;
    } );
    EXPECT_TRUE( outcome.killedBy( SIGABRT ) ) << outcome.status;
-   std::string const expected = "assertion failed: std::pair< int, int >( number, 2 ).first == 0 && "
-                                "\"why\" (test_assert.cpp:" +
-                                std::to_string( line ) + ", failsHere)\n";
+   std::string const expected =
+      "assertion failed: std::pair< int, int >( number, 2 ).first == 0 && "
+      "\"why\" (test_assert.cpp:" +
+      std::to_string( line ) + ", failsHere)\n";
    EXPECT_EQ( outcome.errors.substr( 0, expected.size() ), expected );
 }
 
@@ -60,7 +61,7 @@ TEST( Assert, reportsItsStackOnceAndCallsTheHookOnce ) {
    EXPECT_EQ( occurrences( outcome.errors, "assertion failed" ), 1U );
    EXPECT_EQ( occurrences( outcome.errors, "the hook\n" ), 1U );
    EXPECT_EQ( occurrences( outcome.errors, "fatal signal" ), 0U );
-   EXPECT_GE( occurrences( outcome.errors, "[0x" ), 3U );  // native frames
+   EXPECT_GE( occurrences( outcome.errors, "[0x" ), 3U ); // native frames
 }
 
 TEST( Assert, cutsALongText ) {
@@ -83,6 +84,6 @@ TEST( Assert, insideOfAReportEndsTheProcessByTheFirstSignal ) {
    EXPECT_EQ( occurrences( outcome.errors, "assertion failed: !\"inner\"" ), 1U );
 }
 
-}  // namespace
+} // namespace
 
-}  // namespace Kel
+} // namespace Kel

@@ -47,21 +47,24 @@ void say( int fd, char const* text ) {
 }
 
 [[gnu::noinline]] void writeTo( std::uintptr_t address ) {
-   asm volatile( "" : "+r"( address ) );  // keeps the compilers from seeing the fault
+   asm volatile( "" : "+r"( address ) ); // keeps the compilers from seeing the fault
    *reinterpret_cast< char volatile* >( address ) = 1;
 }
 
 class FatalSignal : public testing::TestWithParam< std::pair< int, char const* > > {};
 
 TEST_P( FatalSignal, isNamedWithTheStackAndTheHookAndEndsTheProcess ) {
-   auto const [ number, name ] = GetParam();
-   Outcome const outcome = inChild( [ number = number ] {
-      printBacktraceFn = []( int fd ) { say( fd, fd == STDERR_FILENO ? "the hook on 2\n" : "wrong\n" ); };
+   auto const [number, name] = GetParam();
+   Outcome const outcome = inChild( [number = number] {
+      printBacktraceFn = []( int fd ) {
+         say( fd, fd == STDERR_FILENO ? "the hook on 2\n" : "wrong\n" );
+      };
       raise( number );
       return 0;
    } );
    expectKilledBy( outcome, number );
-   EXPECT_TRUE( contains( outcome, "fatal signal " + std::to_string( number ) + " (" + name + ")" ) )
+   EXPECT_TRUE(
+      contains( outcome, "fatal signal " + std::to_string( number ) + " (" + name + ")" ) )
       << outcome.errors;
    EXPECT_TRUE( contains( outcome, "the hook on 2\n" ) );
    EXPECT_TRUE( contains( outcome, "[0x" ) );
@@ -69,12 +72,10 @@ TEST_P( FatalSignal, isNamedWithTheStackAndTheHookAndEndsTheProcess ) {
 }
 
 INSTANTIATE_TEST_SUITE_P( All, FatalSignal,
-                          testing::Values( std::pair( SIGSEGV, "SIGSEGV" ),
-                                           std::pair( SIGBUS, "SIGBUS" ),
-                                           std::pair( SIGFPE, "SIGFPE" ),
-                                           std::pair( SIGILL, "SIGILL" ),
-                                           std::pair( SIGABRT, "SIGABRT" ) ),
-                          []( auto const& each ) { return std::string( each.param.second ); } );
+   testing::Values( std::pair( SIGSEGV, "SIGSEGV" ), std::pair( SIGBUS, "SIGBUS" ),
+      std::pair( SIGFPE, "SIGFPE" ), std::pair( SIGILL, "SIGILL" ),
+      std::pair( SIGABRT, "SIGABRT" ) ),
+   []( auto const& each ) { return std::string( each.param.second ); } );
 
 TEST( CrashReport, tellsTheAddressOfAFault ) {
    Outcome const outcome = inChild( [] {
@@ -142,10 +143,8 @@ void installBefore( int, char**, char** environment ) {
 }
 
 // Runs before the initialisers of all shared libraries.
-[[gnu::section( ".preinit_array" ), gnu::used]] void ( *const installBeforeEntry )( int,
-                                                                                    char**,
-                                                                                    char** ) =
-   installBefore;
+[[gnu::section( ".preinit_array" ), gnu::used]] void ( *const installBeforeEntry )(
+   int, char**, char** ) = installBefore;
 
 class EarlierHandler : public testing::Test {
  protected:
@@ -169,8 +168,7 @@ TEST_F( EarlierHandler, isCalledBehindTheReport ) {
 
 TEST_F( EarlierHandler, getsTheInformationThatItAskedFor ) {
    whichIs( "info" );
-   EXPECT_EXIT( raiseTwice(), testing::ExitedWithCode( 8 ),
-                "^fatal signal 8 .*\ncomplete\n$" );
+   EXPECT_EXIT( raiseTwice(), testing::ExitedWithCode( 8 ), "^fatal signal 8 .*\ncomplete\n$" );
 }
 
 TEST_F( EarlierHandler, mayReturn ) {
@@ -183,12 +181,12 @@ TEST_F( EarlierHandler, thatIgnoresASentSignalKeepsItIgnored ) {
    EXPECT_EXIT( raiseTwice(), testing::ExitedWithCode( 3 ), "^$" );
 }
 
-#ifndef KEL_SANITIZED  // they have stacks and limits of their own
+#ifndef KEL_SANITIZED // they have stacks and limits of their own
 
 [[gnu::noinline]] int overflow( int depth ) {
    char* volatile block = static_cast< char* >( alloca( 4096 ) );
    std::memset( block, depth, 4096 );
-   return depth < 0 ? 0 : overflow( depth + 1 ) + block[ 17 ];
+   return depth < 0 ? 0 : overflow( depth + 1 ) + block[17];
 }
 
 TEST( CrashReport, tellsOfAnOverflowOfTheMainStack ) {
@@ -212,13 +210,13 @@ TEST( CrashReport, tellsOfAnOverflowOfAThreadWithAStackForIt ) {
 
 TEST( CrashReport, takesTheThreadsStackBackAtItsEnd ) {
    stack_t inside{};
-   std::thread( [ &inside ] {
+   std::thread( [&inside] {
       crashStackForThread();
       sigaltstack( nullptr, &inside );
    } ).join();
    EXPECT_EQ( inside.ss_flags & SS_DISABLE, 0 );
    unsigned char resident = 0;
-   EXPECT_NE( mincore( inside.ss_sp, 1, &resident ), 0 );  // no longer mapped
+   EXPECT_NE( mincore( inside.ss_sp, 1, &resident ), 0 ); // no longer mapped
 }
 
 #endif
@@ -240,6 +238,6 @@ TEST( CrashReport, twoThreadsThatCrashEndTheProcessOnce ) {
    EXPECT_EQ( outcome.errors.find( "the hook\n" ), outcome.errors.rfind( "the hook\n" ) );
 }
 
-}  // namespace
+} // namespace
 
-}  // namespace Kel
+} // namespace Kel

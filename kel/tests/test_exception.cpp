@@ -14,10 +14,9 @@ template< class E >
 class RuntimeException : public testing::Test {};
 
 using AllExceptions = testing::Types< Exception, NoTypeNodeException, TypeException,
-                                      IllegalNameException, NameInUseException, ConstException,
-                                      NondeletableAttrException, NoImplementationException,
-                                      RpcException, RpcConnectionException, RangeException,
-                                      MemoryException, InternalException, OpNotSupportedException >;
+   IllegalNameException, NameInUseException, ConstException, NondeletableAttrException,
+   NoImplementationException, RpcException, RpcConnectionException, RangeException, MemoryException,
+   InternalException, OpNotSupportedException >;
 TYPED_TEST_SUITE( RuntimeException, AllExceptions );
 
 TYPED_TEST( RuntimeException, carriesItsMessageAndNoBacktrace ) {
@@ -33,7 +32,7 @@ TYPED_TEST( RuntimeException, carriesItsMessageAndNoBacktrace ) {
 }
 
 TYPED_TEST( RuntimeException, isNoStandardException ) {
-   EXPECT_FALSE( ( std::is_base_of_v< std::exception, TypeParam > ) );
+   EXPECT_FALSE( (std::is_base_of_v< std::exception, TypeParam >));
 }
 
 TYPED_TEST( RuntimeException, keepsItsTypeWithABacktrace ) {
@@ -83,7 +82,7 @@ TEST( OutOfMemory, isThrownWithAMessage ) {
 
 [[gnu::noinline]] Ptr< Backtrace const > captureDeep( int depth ) {
    Ptr< Backtrace const > result = depth > 0 ? captureDeep( depth - 1 ) : Backtrace::capture();
-   EXPECT_TRUE( result );  // keeps this from being a tail call
+   EXPECT_TRUE( result ); // keeps this from being a tail call
    return result;
 }
 
@@ -98,10 +97,10 @@ TEST( Backtrace, keepsACopyOfGivenAddresses ) {
    int second = 0;
    void* addresses[] = { &first, &second };
    auto const backtrace = Backtrace::fromAddresses( addresses, 2 );
-   addresses[ 0 ] = nullptr;
+   addresses[0] = nullptr;
    EXPECT_EQ( backtrace->frames(), 2U );
-   EXPECT_EQ( backtrace->addresses()[ 0 ], &first );
-   EXPECT_EQ( backtrace->addresses()[ 1 ], &second );
+   EXPECT_EQ( backtrace->addresses()[0], &first );
+   EXPECT_EQ( backtrace->addresses()[1], &second );
 }
 
 TEST( Backtrace, mayBeEmpty ) {
@@ -116,6 +115,6 @@ TEST( Backtrace, livesWithItsPointers ) {
    EXPECT_EQ( second->kelReferenceWord(), 1U );
 }
 
-}  // namespace
+} // namespace
 
-}  // namespace Kel
+} // namespace Kel

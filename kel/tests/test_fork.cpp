@@ -50,7 +50,7 @@ class Holder {
  public:
    Holder() {
       std::promise< void > held;
-      thread_ = std::thread( [ & ] {
+      thread_ = std::thread( [&] {
          LockAnchor const anchor( activityLock() );
          held.set_value();
          release_.get_future().wait();
@@ -81,7 +81,7 @@ TEST_F( Fork, leavesALockWithItsOwnerOnBothSides ) {
 TEST_F( Fork, lastsUntilAnotherThreadHasReleasedTheLock ) {
    int shared = 0;
    std::promise< void > held;
-   std::thread holder( [ & ] {
+   std::thread holder( [&] {
       LockAnchor const anchor( activityLock() );
       held.set_value();
       std::this_thread::sleep_for( std::chrono::milliseconds( 20 ) );
@@ -89,7 +89,7 @@ TEST_F( Fork, lastsUntilAnotherThreadHasReleasedTheLock ) {
    } );
    held.get_future().wait();
    // The child would see the change half done if the fork did not wait.
-   EXPECT_EQ( inChild( [ & ] { return shared == 1 ? seen() : -1; } ).exitCode(), seenFree );
+   EXPECT_EQ( inChild( [&] { return shared == 1 ? seen() : -1; } ).exitCode(), seenFree );
    holder.join();
 }
 
@@ -98,7 +98,7 @@ TEST_F( Fork, holdsTheLockWhileItHappens ) {
    auto const outcome = inChild( [] {
       static int inParent = 0;
       registerAtForkHandler( [] { duringPrepare = seen(); }, [] { inParent = seen(); },
-                             [] { duringPrepare = seen(); }, 1 );
+         [] { duringPrepare = seen(); }, 1 );
       auto const inner = inChild( [] { return duringPrepare; } );
       return inner.exitCode() == seenFree && duringPrepare == seenFree && inParent == seenFree;
    } );
@@ -162,14 +162,14 @@ TEST_F( Fork, skipsTheLockJustOnce ) {
    inChild( [] { return 0; } );
    bool released = false;
    std::promise< void > held;
-   std::thread holder( [ & ] {
+   std::thread holder( [&] {
       LockAnchor const anchor( activityLock() );
       held.set_value();
       std::this_thread::sleep_for( std::chrono::milliseconds( 20 ) );
       released = true;
    } );
    held.get_future().wait();
-   EXPECT_EQ( inChild( [ & ] { return released ? 1 : 0; } ).exitCode(), 1 );
+   EXPECT_EQ( inChild( [&] { return released ? 1 : 0; } ).exitCode(), 1 );
    holder.join();
 }
 
@@ -218,7 +218,7 @@ TEST_F( Fork, letsAPrepareHandlerGrabOrSkipTheLock ) {
 
 TEST_F( Fork, survivesThreadsThatWorkUnderTheLock ) {
    std::atomic< bool > stop = false;
-   std::thread busy( [ & ] {
+   std::thread busy( [&] {
       while( !stop ) {
          LockAnchor const anchor( activityLock() );
       }
@@ -230,6 +230,6 @@ TEST_F( Fork, survivesThreadsThatWorkUnderTheLock ) {
    busy.join();
 }
 
-}  // namespace
+} // namespace
 
-}  // namespace Kel
+} // namespace Kel

@@ -44,12 +44,12 @@ TEST_F( ALock, knowsItsOwner ) {
    EXPECT_EQ( lock.ownerThread(), 0 );
 }
 
-#ifndef KEL_SANITIZED  // the thread sanitizer takes these for faults of the program
+#ifndef KEL_SANITIZED // the thread sanitizer takes these for faults of the program
 
 TEST_F( ALock, isReleasedByItsOwnerOnly ) {
    LockAnchor const anchor( &lock );
    int fromElsewhere = 0;
-   std::thread( [ & ] { fromElsewhere = pthread_mutex_unlock( lock.mutex() ); } ).join();
+   std::thread( [&] { fromElsewhere = pthread_mutex_unlock( lock.mutex() ); } ).join();
    EXPECT_EQ( fromElsewhere, EPERM );
    EXPECT_TRUE( heldHere() );
 }
@@ -88,7 +88,7 @@ TEST_F( ALock, keepsAnAnchorOfAnotherThreadWaiting ) {
    std::thread other;
    {
       LockAnchor const anchor( &lock );
-      other = std::thread( [ & ] {
+      other = std::thread( [&] {
          asked.set_value();
          LockAnchor const inner( &lock );
          got = true;
@@ -105,7 +105,7 @@ TEST_F( ALock, isFreeForTheLifeOfAnUnlockAnchor ) {
    {
       UnlockAnchor const free( &lock );
       EXPECT_EQ( lock.ownerThread(), 0 );
-      std::thread( [ this ] { LockAnchor const elsewhere( &lock ); } ).join();
+      std::thread( [this] { LockAnchor const elsewhere( &lock ); } ).join();
    }
    EXPECT_TRUE( heldHere() );
 }
@@ -151,12 +151,11 @@ TEST( ThreadId, isTheKernelsInEachThread ) {
 
 TEST( ThreadId, isTheChildsOwnAfterAFork ) {
    pid_t const parent = Impl::gettid();
-   auto const outcome = Testing::inChild( [ parent ] {
-      return Impl::gettid() == kernelThreadId() && Impl::gettid() != parent ? 0 : 1;
-   } );
+   auto const outcome = Testing::inChild(
+      [parent] { return Impl::gettid() == kernelThreadId() && Impl::gettid() != parent ? 0 : 1; } );
    EXPECT_EQ( outcome.exitCode(), 0 );
 }
 
-}  // namespace
+} // namespace
 
-}  // namespace Kel
+} // namespace Kel

@@ -30,7 +30,7 @@ TEST( Mem, givesDistinctAlignedBlocksOfEverySize ) {
 
 #ifndef KEL_SANITIZED
 TEST( Mem, reusesABlockForAnySizeOfItsClass ) {
-   memFree( memAlloc( 20 ), 20 );  // opens the thread's lists
+   memFree( memAlloc( 20 ), 20 ); // opens the thread's lists
    void* block = memAlloc( 17 );
    memFree( block, 17 );
    void* again = memAlloc( 32 );
@@ -60,12 +60,12 @@ TEST( Mem, takesMoreBlocksThanItsListsHold ) {
 
 TEST( Mem, allowsAFreeOnAnotherThread ) {
    std::vector< void* > blocks;
-   std::thread( [ &blocks ] {
+   std::thread( [&blocks] {
       for( std::size_t i = 0; i < 500; ++i ) {
          blocks.push_back( memAlloc( 48 ) );
       }
    } ).join();
-   std::thread( [ &blocks ] {
+   std::thread( [&blocks] {
       for( void* block : blocks ) {
          memFree( block, 48 );
       }
@@ -78,7 +78,7 @@ TEST( Mem, allowsAFreeInADestructorAtTheThreadsEnd ) {
       ~Late() { memFree( block, 24 ); }
    };
    std::thread( [] {
-      thread_local Late late;  // made before the lists are opened, so it goes after them
+      thread_local Late late; // made before the lists are opened, so it goes after them
       ASSERT_NE( late.block, nullptr );
       memFree( memAlloc( 24 ), 24 );
    } ).join();
@@ -89,14 +89,14 @@ TEST( Mem, ignoresANullPointer ) {
    memFree( nullptr, 1000 );
 }
 
-#ifndef KEL_SANITIZED  // they end the process on such a size
+#ifndef KEL_SANITIZED // they end the process on such a size
 TEST( Mem, throwsWhenThereIsNoMemory ) {
    std::size_t const tooMuch = std::numeric_limits< std::size_t >::max() / 2;
    EXPECT_THROW( static_cast< void >( memAlloc( tooMuch ) ), MemoryException );
    void* block = memAlloc( 1000 );
    std::memset( block, 7, 1000 );
    EXPECT_THROW( static_cast< void >( memRealloc( block, 1000, tooMuch ) ), MemoryException );
-   EXPECT_EQ( static_cast< char* >( block )[ 999 ], 7 );
+   EXPECT_EQ( static_cast< char* >( block )[999], 7 );
    memFree( block, 1000 );
 }
 #endif
@@ -104,20 +104,20 @@ TEST( Mem, throwsWhenThereIsNoMemory ) {
 TEST( Mem, keepsTheBytesWhenABlockGrowsOrShrinks ) {
    std::size_t size = 1;
    auto* block = static_cast< unsigned char* >( memAlloc( size ) );
-   block[ 0 ] = 0;
+   block[0] = 0;
    for( std::size_t const next : { 10U, 16U, 17U, 250U, 256U, 257U, 5000U, 300U, 100U, 3U } ) {
       block = static_cast< unsigned char* >( memRealloc( block, size, next ) );
       for( std::size_t i = 0; i < std::min( size, next ); ++i ) {
-         ASSERT_EQ( block[ i ], i % 251 );
+         ASSERT_EQ( block[i], i % 251 );
       }
       for( std::size_t i = size; i < next; ++i ) {
-         block[ i ] = static_cast< unsigned char >( i % 251 );
+         block[i] = static_cast< unsigned char >( i % 251 );
       }
       size = next;
    }
    memFree( block, size );
 }
 
-}  // namespace
+} // namespace
 
-}  // namespace Kel
+} // namespace Kel

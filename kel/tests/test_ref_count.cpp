@@ -38,7 +38,7 @@ TEST_F( RefCount, losesNoStepOfSeveralThreadsWhenThreadSafe ) {
    VFPtrInterface::threadSafePointersIs( true );
    std::vector< std::thread > threads;
    for( int i = 0; i < 4; ++i ) {
-      threads.emplace_back( [ this ] {
+      threads.emplace_back( [this] {
          for( std::uint32_t step = 0; step < steps; ++step ) {
             VFPtrInterface::refIncrement( word );
          }
@@ -50,6 +50,6 @@ TEST_F( RefCount, losesNoStepOfSeveralThreadsWhenThreadSafe ) {
    EXPECT_EQ( word, 5 + 4 * steps );
 }
 
-}  // namespace
+} // namespace
 
-}  // namespace Kel
+} // namespace Kel

@@ -85,7 +85,7 @@ TEST( String, keepsEmbeddedNulBytes ) {
    EXPECT_EQ( text.length(), 3U );
    EXPECT_EQ( text.stdString(), std::string( "a\0b", 3 ) );
    EXPECT_NE( text, "a" );
-   EXPECT_EQ( text.charPtr()[ 3 ], '\0' );
+   EXPECT_EQ( text.charPtr()[3], '\0' );
 }
 
 TEST( String, leavesCopiesAloneWhenItGrows ) {
@@ -157,10 +157,10 @@ TEST( String, refusesALengthBeyond32Bits ) {
 
 TEST( String, hashesByItsBytes ) {
    std::unordered_map< String, int > map;
-   map[ "a" ] = 1;
-   map[ String( "aa", 1 ) ] += 1;
+   map["a"] = 1;
+   map[String( "aa", 1 )] += 1;
    EXPECT_EQ( map.size(), 1U );
-   EXPECT_EQ( map[ "a" ], 2 );
+   EXPECT_EQ( map["a"], 2 );
 }
 
 TEST( String, isWrittenWithAllItsBytes ) {
@@ -175,7 +175,7 @@ TEST( Bytes, holdsAndComparesAnyBytes ) {
    Bytes const same( raw, 3 );
    EXPECT_EQ( bytes, same );
    EXPECT_EQ( bytes.bytes(), 3U );
-   EXPECT_EQ( bytes.bytesPtr()[ 1 ], 255 );
+   EXPECT_EQ( bytes.bytesPtr()[1], 255 );
    bytes += same;
    EXPECT_EQ( bytes.length(), 6U );
    EXPECT_LT( same, bytes );
@@ -219,6 +219,6 @@ TEST( Seconds, calculateAndCompareAsADouble ) {
    EXPECT_EQ( std::hash< Seconds >()( Seconds( 0.0 ) ), std::hash< Seconds >()( Seconds( -0.0 ) ) );
 }
 
-}  // namespace
+} // namespace
 
-}  // namespace Kel
+} // namespace Kel

@@ -11,7 +11,8 @@ namespace {
 Seconds monotonicTime() {
    timespec now{};
    clock_gettime( CLOCK_MONOTONIC, &now );
-   return Seconds( static_cast< double >( now.tv_sec ) + 1e-9 * static_cast< double >( now.tv_nsec ) );
+   return Seconds(
+      static_cast< double >( now.tv_sec ) + 1e-9 * static_cast< double >( now.tv_nsec ) );
 }
 
 TEST( System, runsOnTheMonotonicClock ) {
@@ -31,6 +32,6 @@ TEST( System, neverGoesBack ) {
    }
 }
 
-}  // namespace
+} // namespace
 
-}  // namespace Kel
+} // namespace Kel

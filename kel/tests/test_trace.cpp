@@ -13,8 +13,8 @@ namespace Kel {
 
 namespace {
 
-// The environment is read once a process, so each test runs its body in a process of its own, started
-// anew, and looks at all that it wrote to standard error.
+// The environment is read once a process, so each test runs its body in a process of its own,
+// started anew, and looks at all that it wrote to standard error.
 class Trace : public testing::Test {
  protected:
    void SetUp() override { GTEST_FLAG_SET( death_test_style, "threadsafe" ); }
@@ -58,8 +58,8 @@ TEST_F( Trace, showsLevelZeroWithoutTheVariable ) {
 
 TEST_F( Trace, showsAllLevelsForAStar ) {
    environmentIs( "Acme/*" );
-   EXPECT_EXIT( traceAllLevels( "Acme" ), testing::ExitedWithCode( 0 ),
-                lines( "Acme", "0123456789" ) );
+   EXPECT_EXIT(
+      traceAllLevels( "Acme" ), testing::ExitedWithCode( 0 ), lines( "Acme", "0123456789" ) );
 }
 
 TEST_F( Trace, showsJustWhatIsListed ) {
@@ -134,7 +134,7 @@ TEST_F( Trace, writesOneLineForAnyMessage ) {
       _exit( 0 );
    };
    EXPECT_EXIT( body(), testing::ExitedWithCode( 0 ),
-                "^" HEAD "default 0 f\\\\n:1 g: a\\\\x00b\\\\nc\\\\\\\\\\\\xff\n$" );
+      "^" HEAD "default 0 f\\\\n:1 g: a\\\\x00b\\\\nc\\\\\\\\\\\\xff\n$" );
 }
 
 TEST_F( Trace, acceptsAnyLevelAndShowsNoneOutsideOfItsTen ) {
@@ -172,13 +172,13 @@ TEST_F( Trace, suppressesEveryTagOfASilentFacility ) {
 TEST_F( Trace, goesToTheFileThatTheVariableNames ) {
    environmentIs( "", "/dev/stdout" );
    auto const body = [] {
-      int ends[ 2 ];
-      if( pipe( ends ) != 0 || dup2( ends[ 1 ], STDOUT_FILENO ) < 0 ) {
+      int ends[2];
+      if( pipe( ends ) != 0 || dup2( ends[1], STDOUT_FILENO ) < 0 ) {
          _exit( 2 );
       }
       trace_h( nullptr, "f", 1, "g", "to the file", 0 );
-      char text[ 200 ] = {};
-      ssize_t const length = read( ends[ 0 ], text, sizeof text - 1 );
+      char text[200] = {};
+      ssize_t const length = read( ends[0], text, sizeof text - 1 );
       _exit( length > 0 && std::string( text ).ends_with( "to the file\n" ) ? 0 : 1 );
    };
    EXPECT_EXIT( body(), testing::ExitedWithCode( 0 ), "^$" );
@@ -191,7 +191,7 @@ TEST_F( Trace, fallsBackToStandardErrorWithANote ) {
       _exit( 0 );
    };
    EXPECT_EXIT( body(), testing::ExitedWithCode( 0 ),
-                "^cannot open the trace file /no such folder/file: No such file or directory\n" HEAD );
+      "^cannot open the trace file /no such folder/file: No such file or directory\n" HEAD );
 }
 
 TEST( EscapedTraceString, leavesPrintableTextAlone ) {
@@ -204,6 +204,6 @@ TEST( EscapedTraceString, escapesAllElse ) {
    EXPECT_EQ( escapedTraceString( "", 0 ), "" );
 }
 
-}  // namespace
+} // namespace
 
-}  // namespace Kel
+} // namespace Kel

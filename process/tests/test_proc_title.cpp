@@ -91,7 +91,7 @@ TEST( ProcTitle, leavesTheEnvironmentAsItWas ) {
    for( char** variable = environ; *variable; ++variable ) {
       before += *variable + std::string( "\n" );
    }
-   EXPECT_TRUE( holdsInChild( [ & ] {
+   EXPECT_TRUE( holdsInChild( [&] {
       procTitleIs( argumentCount, arguments, std::string( 1000, 'x' ).c_str(), "" );
       std::string after;
       for( char** variable = environ; *variable; ++variable ) {
@@ -103,7 +103,7 @@ TEST( ProcTitle, leavesTheEnvironmentAsItWas ) {
 
 TEST( ProcTitle, leavesTheProgramsNameAsItWas ) {
    std::string const before = program_invocation_short_name;
-   EXPECT_TRUE( holdsInChild( [ & ] {
+   EXPECT_TRUE( holdsInChild( [&] {
       procTitleIs( argumentCount, arguments, "agent", "" );
       return program_invocation_short_name == before;
    } ) );
@@ -111,7 +111,7 @@ TEST( ProcTitle, leavesTheProgramsNameAsItWas ) {
 
 TEST( ProcTitle, isOnlyKeptForArgumentsThatAreNotTheProcesss ) {
    std::string const before = commandLine();
-   EXPECT_TRUE( holdsInChild( [ & ] {
+   EXPECT_TRUE( holdsInChild( [&] {
       char text[] = "mine";
       char* argv[] = { text, nullptr };
       procTitleIs( 1, argv, "a", "b" );
@@ -121,4 +121,4 @@ TEST( ProcTitle, isOnlyKeptForArgumentsThatAreNotTheProcesss ) {
    } ) );
 }
 
-}  // namespace
+} // namespace

@@ -1,5 +1,5 @@
-// Counts of live objects and their bytes, one record a type. No lock: counters are atomic, records are
-// made at a type's first allocation and stay to the end of the process.
+// Counts of live objects and their bytes, one record a type. No lock: counters are atomic, records
+// are made at a type's first allocation and stay to the end of the process.
 #pragma once
 
 #include <atomic>
@@ -15,12 +15,11 @@ namespace Kel {
 
 class KEL_API AllocTrackTypeInfo {
  public:
-   // Reports an allocation before it is made. `*slot` is the static of the class, null until the first
-   // call, and the record afterwards. Throws std::bad_alloc if a first record finds no memory.
-   static void _trackAllocation( AllocTrackTypeInfo** slot,
-                                 std::type_info const& type,
-                                 std::size_t size,
-                                 std::size_t alignment ) {
+   // Reports an allocation before it is made. `*slot` is the static of the class, null until the
+   // first call, and the record afterwards. Throws std::bad_alloc if a first record finds no
+   // memory.
+   static void _trackAllocation( AllocTrackTypeInfo** slot, std::type_info const& type,
+      std::size_t size, std::size_t alignment ) {
       trackArrayAllocation( slot, type, size, alignment, 1 );
    }
    // Reports that an object went, or that the reported allocation failed.
@@ -29,11 +28,8 @@ class KEL_API AllocTrackTypeInfo {
    }
 
    // The same for `count` objects of that size each.
-   static void trackArrayAllocation( AllocTrackTypeInfo** slot,
-                                     std::type_info const& type,
-                                     std::size_t size,
-                                     std::size_t alignment,
-                                     std::size_t count );
+   static void trackArrayAllocation( AllocTrackTypeInfo** slot, std::type_info const& type,
+      std::size_t size, std::size_t alignment, std::size_t count );
    static void trackArrayDeallocation( AllocTrackTypeInfo* info, std::size_t count ) noexcept;
 
    AllocTrackTypeInfo( AllocTrackTypeInfo const& ) = delete;
@@ -54,10 +50,8 @@ class KEL_API AllocTrackTypeInfo {
       : type_( type ), size_( size ), alignment_( alignment ) {}
    ~AllocTrackTypeInfo() = default;
 
-   static AllocTrackTypeInfo* recordFor( AllocTrackTypeInfo** slot,
-                                         std::type_info const& type,
-                                         std::size_t size,
-                                         std::size_t alignment );
+   static AllocTrackTypeInfo* recordFor( AllocTrackTypeInfo** slot, std::type_info const& type,
+      std::size_t size, std::size_t alignment );
 
    std::type_info const& type_;
    std::size_t const size_;
@@ -69,4 +63,4 @@ class KEL_API AllocTrackTypeInfo {
 // What an allocator throws when there is no memory: MemoryException.
 [[noreturn]] KEL_API void allocTrackAllocatorBadAlloc();
 
-}  // namespace Kel
+} // namespace Kel

@@ -26,7 +26,8 @@ class KEL_API Backtrace {
    Backtrace& operator=( Backtrace const& ) = delete;
 
    unsigned frames() const noexcept { return frames_; }
-   // `frames()` return addresses, valid as long as this object; for the C library's backtrace_symbols.
+   // `frames()` return addresses, valid as long as this object; for the C library's
+   // backtrace_symbols.
    void* const* addresses() const noexcept { return addresses_; }
 
    std::uint32_t& kelReferenceWord() const noexcept { return references_; }
@@ -41,4 +42,4 @@ class KEL_API Backtrace {
    void** addresses_; // behind this object, in the same block
 };
 
-}  // namespace Kel
+} // namespace Kel

@@ -1,6 +1,6 @@
-// The report on a fatal signal or a failed assertion. Loading libkel installs it for SIGSEGV, SIGBUS,
-// SIGFPE, SIGILL and SIGABRT: one line, the native stack, `printBacktraceFn`, all to standard error;
-// then the handler that stood before, or death by the signal. No lock.
+// The report on a fatal signal or a failed assertion. Loading libkel installs it for SIGSEGV,
+// SIGBUS, SIGFPE, SIGILL and SIGABRT: one line, the native stack, `printBacktraceFn`, all to
+// standard error; then the handler that stood before, or death by the signal. No lock.
 #pragma once
 
 #include <cstddef>
@@ -19,6 +19,6 @@ namespace Impl {
 // Writes the line and the stacks; the SIGABRT that this thread raises next is not reported again.
 void reportAssertion( char const* line, std::size_t length ) noexcept;
 
-}  // namespace Impl
+} // namespace Impl
 
-}  // namespace Kel
+} // namespace Kel

@@ -1,5 +1,5 @@
-// The runtime's failures. They are thrown by value and are no std::exception, so that a handler tells
-// the two apart. No lock.
+// The runtime's failures. They are thrown by value and are no std::exception, so that a handler
+// tells the two apart. No lock.
 #pragma once
 
 #include <utility>
@@ -139,4 +139,4 @@ class KEL_API OpNotSupportedException : public Exception {
 // Throws a MemoryException without allocating its message.
 [[noreturn]] KEL_API void throwOutOfMemory();
 
-}  // namespace Kel
+} // namespace Kel

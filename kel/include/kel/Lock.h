@@ -9,8 +9,8 @@
 
 namespace Kel {
 
-// A mutex that knows its owner: a lock by the owner gives EDEADLK, an unlock by another thread EPERM.
-// Constant-initialised, so that a static one stands before any code runs.
+// A mutex that knows its owner: a lock by the owner gives EDEADLK, an unlock by another thread
+// EPERM. Constant-initialised, so that a static one stands before any code runs.
 class KEL_API Lock {
  public:
    constexpr Lock() noexcept = default;
@@ -76,6 +76,6 @@ namespace Impl {
 // The kernel's id of this thread, kept per thread; right in a forked child too.
 KEL_API pid_t gettid() noexcept;
 
-}  // namespace Impl
+} // namespace Impl
 
-}  // namespace Kel
+} // namespace Kel

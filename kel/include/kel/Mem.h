@@ -1,5 +1,5 @@
-// Memory for small counted objects and strings: free lists of each thread's own, so no lock is taken
-// and any thread may free what another one allocated.
+// Memory for small counted objects and strings: free lists of each thread's own, so no lock is
+// taken and any thread may free what another one allocated.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 #if defined( __SANITIZE_ADDRESS__ ) || defined( __SANITIZE_THREAD__ )
 #define KEL_SANITIZED 1
 #elif defined( __has_feature ) && !defined( KEL_SANITIZED )
-#if __has_feature( address_sanitizer ) || __has_feature( thread_sanitizer ) ||                      \
+#if __has_feature( address_sanitizer ) || __has_feature( thread_sanitizer ) ||                     \
    __has_feature( memory_sanitizer )
 #define KEL_SANITIZED 1
 #endif
@@ -27,15 +27,15 @@ struct MemBlock {
    MemBlock* next;
 };
 
-// One size class of one thread. `room` is how many more blocks the list takes: 0 at first, until the
-// slow path has arranged for the release at the thread's end, and 0 for good after it.
+// One size class of one thread. `room` is how many more blocks the list takes: 0 at first, until
+// the slow path has arranged for the release at the thread's end, and 0 for good after it.
 struct MemList {
    MemBlock* head;
    std::size_t room;
 };
 
 struct MemCache {
-   MemList lists[ memClasses ];
+   MemList lists[memClasses];
 };
 
 // Constant-initialised and in the static part of thread storage, so that reading it is one
@@ -47,10 +47,10 @@ KEL_API void* memAllocSlow( std::size_t size );
 KEL_API void memFreeSlow( void* block, std::size_t size ) noexcept;
 
 inline MemList& memList( std::size_t size ) {
-   return memCache.lists[ ( size + memClassBytes - 1 ) / memClassBytes ];
+   return memCache.lists[( size + memClassBytes - 1 ) / memClassBytes];
 }
 
-}  // namespace Impl
+} // namespace Impl
 
 // Never null; aligned to 16 bytes. Throws Kel::MemoryException when there is no memory. Not for use
 // in a signal handler.
@@ -89,4 +89,4 @@ inline void memFree( void* memory, std::size_t size ) noexcept {
 // Kel::MemoryException the old block stays as it was.
 [[nodiscard]] KEL_API void* memRealloc( void* memory, std::size_t oldSize, std::size_t newSize );
 
-}  // namespace Kel
+} // namespace Kel

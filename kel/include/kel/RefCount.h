@@ -40,4 +40,4 @@ class KEL_API VFPtrInterface {
    static std::atomic< bool > threadSafePointers_;
 };
 
-}  // namespace Kel
+} // namespace Kel

@@ -39,7 +39,9 @@ class Seconds {
    friend constexpr Seconds operator*( double factor, Seconds a ) noexcept { return a *= factor; }
    friend constexpr Seconds operator/( Seconds a, double divisor ) noexcept { return a /= divisor; }
    // How often the one goes into the other.
-   friend constexpr double operator/( Seconds a, Seconds b ) noexcept { return a.value_ / b.value_; }
+   friend constexpr double operator/( Seconds a, Seconds b ) noexcept {
+      return a.value_ / b.value_;
+   }
 
    // Unordered where one is not a number, as doubles are.
    friend constexpr bool operator==( Seconds a, Seconds b ) noexcept = default;
@@ -51,7 +53,7 @@ class Seconds {
 
 static_assert( sizeof( Seconds ) == sizeof( double ) );
 
-}  // namespace Kel
+} // namespace Kel
 
 template<>
 struct std::hash< Kel::Seconds > {

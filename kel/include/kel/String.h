@@ -1,5 +1,5 @@
-// Texts and byte strings of the runtime: one pointer to shared counted data, null for the empty value.
-// No lock of their own; shared data is counted as RefCount.h says.
+// Texts and byte strings of the runtime: one pointer to shared counted data, null for the empty
+// value. No lock of their own; shared data is counted as RefCount.h says.
 #pragma once
 
 #include <compare>
@@ -34,13 +34,12 @@ struct StringData {
 // Kel::RangeException for a length beyond 32 bits and Kel::MemoryException.
 [[nodiscard]] KEL_API StringData* stringDataNew( void const* bytes, std::size_t length );
 KEL_API void stringDataDelete( StringData* data ) noexcept;
-// Consumes the reference on `data` (perhaps null) and returns one on the joined text. `bytes` may lie
-// inside of `data`. On an exception `data` keeps its reference.
-[[nodiscard]] KEL_API StringData* stringDataAppend( StringData* data,
-                                                    void const* bytes,
-                                                    std::size_t length );
+// Consumes the reference on `data` (perhaps null) and returns one on the joined text. `bytes` may
+// lie inside of `data`. On an exception `data` keeps its reference.
+[[nodiscard]] KEL_API StringData* stringDataAppend(
+   StringData* data, void const* bytes, std::size_t length );
 
-}  // namespace Impl
+} // namespace Impl
 
 // What texts and byte strings share: the counted pointer, length, appending, comparison by bytes.
 template< class C >
@@ -200,7 +199,7 @@ KEL_API std::ostream& operator<<( std::ostream& out, String const& text );
 [[nodiscard]] KEL_API String demangle( char const* mangled );
 [[nodiscard]] KEL_API String demangle( std::type_info const& type );
 
-}  // namespace Kel
+} // namespace Kel
 
 template<>
 struct std::hash< Kel::String > {

@@ -17,4 +17,4 @@ class KEL_API System {
    static Seconds kelNowToLinuxMonoTime( Seconds time ) noexcept;
 };
 
-}  // namespace Kel
+} // namespace Kel

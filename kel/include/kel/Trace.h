@@ -1,7 +1,7 @@
 // Trace lines of handles and facilities, at levels 0 to 9, for standard error or the file that
-// KEL_TRACE_FILE names. KEL_TRACE lists what shows, as "PyClient/*,Acme/0-3,Acme/8": a handle that is
-// not listed shows level 0, one listed shows just what is listed, and "Acme/-" shows nothing. Both
-// variables are read once, at the first trace or question. No lock: every line is one write.
+// KEL_TRACE_FILE names. KEL_TRACE lists what shows, as "PyClient/*,Acme/0-3,Acme/8": a handle that
+// is not listed shows level 0, one listed shows just what is listed, and "Acme/-" shows nothing.
+// Both variables are read once, at the first trace or question. No lock: every line is one write.
 #pragma once
 
 #include <atomic>
@@ -36,7 +36,7 @@ namespace Impl {
 // The name by which KEL_TRACE lists the facility; not for null. Valid while the facility lives.
 char const* traceFacilityName( TraceFacility const* facility );
 
-}  // namespace Impl
+} // namespace Impl
 
 // A name for trace lines that belong to no facility. Mostly static, and outlives its helpers.
 class KEL_API TraceHandle {
@@ -59,7 +59,7 @@ class KEL_API TraceHandle {
 
    std::string const name_;
    bool const levelZeroShown_;
-   mutable std::atomic< std::uint16_t > levels_{ 0 };  // a bit a level, and `known`
+   mutable std::atomic< std::uint16_t > levels_{ 0 }; // a bit a level, and `known`
 };
 
 // Collects the message of one line.
@@ -93,11 +93,8 @@ class KEL_API TraceStream {
 // pointers must stay valid until then.
 class KEL_API TraceHelper {
  public:
-   TraceHelper( TraceHandle& handle,
-                FacilityLevel level,
-                char const* file,
-                int line,
-                char const* function );
+   TraceHelper(
+      TraceHandle& handle, FacilityLevel level, char const* file, int line, char const* function );
    TraceHelper( TraceHelper const& ) = delete;
    TraceHelper& operator=( TraceHelper const& ) = delete;
    ~TraceHelper();
@@ -113,22 +110,13 @@ class KEL_API TraceHelper {
    TraceStream stream_;
 };
 
-// Writes a line for a facility; null stands for the handle "default". A level outside of 0 to 9 never
-// shows. The message may hold any bytes.
-KEL_API void trace_h( TraceFacility* facility,
-                      char const* file,
-                      int line,
-                      char const* function,
-                      String message,
-                      int level );
+// Writes a line for a facility; null stands for the handle "default". A level outside of 0 to 9
+// never shows. The message may hold any bytes.
+KEL_API void trace_h( TraceFacility* facility, char const* file, int line, char const* function,
+   String message, int level );
 // The same with a tag, which a "tag/-" in KEL_TRACE suppresses for all facilities.
-KEL_API void trace_ht( TraceFacility* facility,
-                       char const* tag,
-                       char const* file,
-                       int line,
-                       char const* function,
-                       String message,
-                       int level );
+KEL_API void trace_ht( TraceFacility* facility, char const* tag, char const* file, int line,
+   char const* function, String message, int level );
 
 // Whether trace_h of that level writes nothing.
 [[nodiscard]] KEL_API bool traceLineSuppressed( TraceFacility* facility, int level );
@@ -139,14 +127,14 @@ KEL_API void trace_ht( TraceFacility* facility,
 // The text in printable ASCII: \n, \r, \t, \\, and \xNN for every other byte that is not.
 [[nodiscard]] KEL_API std::string escapedTraceString( char const* text, unsigned length );
 
-}  // namespace Kel
+} // namespace Kel
 
 // Takes the message after it: KEL_TRACE( handle, Kel::trace8 ) << "send returned " << error;
 // Nothing after it is evaluated if the level does not show. The switch keeps an `else` that follows
 // with the caller's own `if`.
-#define KEL_TRACE( handle, level )                                                                  \
-   switch( 0 )                                                                                      \
-   default:                                                                                         \
-      if( !( handle ).levelOn( level ) ) {                                                          \
-      } else                                                                                        \
+#define KEL_TRACE( handle, level )                                                                 \
+   switch( 0 )                                                                                     \
+   default:                                                                                        \
+      if( !( handle ).levelOn( level ) ) {                                                         \
+      } else                                                                                       \
          ::Kel::TraceHelper( handle, level, __FILE__, __LINE__, __func__ ).stream()
