@@ -20,11 +20,11 @@ if sys.maxunicode <= 0xFFFF:
 
 import sysconfig
 
-include = sysconfig.get_path("include")
+var = sysconfig.get_config_var
+include = var("INCLUDEPY")
 if not os.path.exists(os.path.join(include, "Python.h")):
     lack("has no headers: %s/Python.h is missing" % include)
 
-var = sysconfig.get_config_var
 folders = [os.path.join(var("LIBDIR"), var("MULTIARCH") or ""), var("LIBDIR")]
 names = ["libpython2.7.so", var("INSTSONAME") or "libpython2.7.so.1.0"]
 libraries = [os.path.join(folder, name) for folder in folders for name in names]
