@@ -1,0 +1,151 @@
+# What ./dev needs from the machine: Debian packages and a Python 2.7. Sourced by ./dev, which sets `root`.
+# Installs only what is missing, says so in one line each, and keeps the details in build/setup.log.
+
+base_packages=( g++ cmake ninja-build libboost-dev nlohmann-json3-dev libgtest-dev )
+bullseye_source=/etc/apt/sources.list.d/kel-bullseye.sources
+bullseye_pin=/etc/apt/preferences.d/kel-bullseye
+
+say() {
+   echo "dev: $*" >&2
+}
+
+fail() {
+   say "$*"
+   exit 1
+}
+
+as_root() {
+   if [ "$( id -u )" = 0 ]; then
+      "$@"
+   else
+      sudo "$@"
+   fi
+}
+
+can_install() {
+   command -v apt-get > /dev/null && { [ "$( id -u )" = 0 ] || command -v sudo > /dev/null; }
+}
+
+# Runs apt-get as root, quietly; what it says is in the log.
+apt() {
+   as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq \
+      -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 "$@" \
+      >> "$root/build/setup.log" 2>&1 < /dev/null
+}
+
+apt_is_updated=no
+update_apt_once() {
+   if [ $apt_is_updated = no ]; then
+      say "updating the list of packages"
+      apt update || return 1
+      apt_is_updated=yes
+   fi
+}
+
+is_installed() {
+   [ "$( dpkg-query -W -f '${db:Status-Status}' "$1" 2> /dev/null )" = installed ]
+}
+
+# need_packages NAME...: installs those that are missing.
+need_packages() {
+   command -v dpkg-query > /dev/null || return 0   # not Debian: CMake names what is missing
+   local name missing=()
+   for name in "$@"; do
+      is_installed "$name" || missing+=( "$name" )
+   done
+   [ ${#missing[@]} = 0 ] && return
+   can_install || fail "missing: ${missing[*]}; become root or install sudo, or install them yourself"
+   update_apt_once || fail "apt-get update failed; build/setup.log says why"
+   say "installing ${missing[*]}"
+   apt install -y --no-install-recommends "${missing[@]}" \
+      || fail "apt-get install ${missing[*]} failed; build/setup.log says why"
+}
+
+# The path of the interpreter, if the given one can carry the module; else why not, with status 1.
+probe_python27() {
+   local answer
+   if answer=$( "$1" "$root/cmake/python27_probe.py" 2> /dev/null ); then
+      echo "$answer" | head -n 1
+   else
+      echo "$1 ${answer:-does not run}"
+      return 1
+   fi
+}
+
+# The first of the given interpreters that can carry the module.
+first_python27() {
+   local candidate path
+   for candidate in "$@"; do
+      if [ -x "$candidate" ] && path=$( probe_python27 "$candidate" ); then
+         echo "$path"
+         return
+      fi
+   done
+   return 1
+}
+
+# The address from which this machine takes its own release of Debian, as apt reads its sources.
+debian_mirror() {
+   local codename
+   codename=$( . /etc/os-release && echo "${VERSION_CODENAME:-}" )
+   apt-get indextargets --format '$(CODENAME) $(REPO_URI)' \
+      'Created-By: Packages' 'Origin: Debian' 'Label: Debian' 'Component: main' 2> /dev/null \
+      | awk -v codename="$codename" '$1 == codename { print $2; exit }'
+}
+
+# Names Debian 11 to apt with so low a priority that nothing else is ever taken from there.
+add_bullseye() {
+   local uri=$1 keyring=/usr/share/keyrings/debian-archive-keyring.gpg
+   {
+      printf 'Types: deb\nURIs: %s\nSuites: bullseye\nComponents: main\n' "$uri"
+      [ -e $keyring ] && echo "Signed-By: $keyring"
+   } | as_root tee $bullseye_source > /dev/null
+   printf 'Package: *\nPin: release n=bullseye\nPin-Priority: 100\n' \
+      | as_root tee $bullseye_pin > /dev/null
+   apt update -o Dir::Etc::sourcelist=$bullseye_source -o Dir::Etc::sourceparts=- \
+      -o APT::Get::List-Cleanup=0
+}
+
+# Installs the python2.7-dev of Debian 11; leaves apt as it was if that cannot be had.
+install_python27() {
+   local uri
+   can_install || return 1
+   update_apt_once || return 1
+   uri=$( debian_mirror )
+   [ -n "$uri" ] || return 1
+   say "installing python2.7-dev of Debian 11"
+   if add_bullseye "$uri" && apt install -y --no-install-recommends python2.7-dev; then
+      return
+   fi
+   as_root rm -f $bullseye_source $bullseye_pin
+   say "python2.7-dev of Debian 11 cannot be installed; build/setup.log says why"
+   return 1
+}
+
+# Sets `python27` to the interpreter of the project. In this order: $PYTHON27, one on the path, that of
+# Debian 11, one of pyenv. The choice is kept in build/python27.
+find_python27() {
+   local kept=$root/build/python27
+   if [ -n "${PYTHON27:-}" ]; then
+      python27=$( probe_python27 "$PYTHON27" ) || fail "PYTHON27: $python27"
+      return
+   fi
+   if [ -s "$kept" ] && [ -x "$( cat "$kept" )" ]; then
+      python27=$( cat "$kept" )
+      return
+   fi
+   local on_path
+   mapfile -t on_path < <( type -aP python2.7 )
+   python27=$( first_python27 "${on_path[@]}" /usr/bin/python2.7 ) \
+      || { install_python27 && python27=$( first_python27 /usr/bin/python2.7 ); } \
+      || python27=$( first_python27 "${PYENV_ROOT:-$HOME/.pyenv}"/versions/2.7*/bin/python2.7 ) \
+      || fail "Python 2.7 with headers and libpython2.7.so is missing; set PYTHON27 to one"
+   echo "$python27" > "$kept"
+}
+
+# All that building and testing needs.
+set_up() {
+   mkdir -p "$root/build"
+   need_packages "${base_packages[@]}"
+   find_python27
+}
