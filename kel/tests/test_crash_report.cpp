@@ -13,6 +13,7 @@
 #include <thread>
 #include <utility>
 
+#include <kel/Assert.h>
 #include <kel/Backtrace.h>
 #include <kel/CrashReport.h>
 #include <kel/Mem.h>
@@ -110,7 +111,7 @@ TEST( CrashReport, endsAtOnceOnAFaultInsideOfIt ) {
 // A handler from before libkel was loaded: KEL_TEST_BEFORE says which, and the test starts the
 // program anew for it.
 void plainHandler( int number ) {
-   say( STDERR_FILENO, number == SIGFPE ? "plain\n" : "wrong\n" );
+   say( STDERR_FILENO, number == SIGFPE ? "plain\n" : "abort\n" );
    _exit( 7 );
 }
 
@@ -139,6 +140,7 @@ void installBefore( int, char**, char** environment ) {
          action.sa_flags = SA_SIGINFO;
       }
       sigaction( SIGFPE, &action, nullptr );
+      sigaction( SIGABRT, &action, nullptr );
    }
 }
 
@@ -164,6 +166,12 @@ class EarlierHandler : public testing::Test {
 TEST_F( EarlierHandler, isCalledBehindTheReport ) {
    whichIs( "plain" );
    EXPECT_EXIT( raiseTwice(), testing::ExitedWithCode( 7 ), "^fatal signal 8 .*\nplain\n$" );
+}
+
+TEST_F( EarlierHandler, isCalledBehindAFailedAssertion ) {
+   whichIs( "plain" );
+   EXPECT_EXIT(
+      KEL_ASSERT( !"x" ), testing::ExitedWithCode( 7 ), "^assertion failed: !\"x\" .*\nabort\n$" );
 }
 
 TEST_F( EarlierHandler, getsTheInformationThatItAskedFor ) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <set>
@@ -36,6 +37,15 @@ TEST( Mem, reusesABlockForAnySizeOfItsClass ) {
    void* again = memAlloc( 32 );
    EXPECT_EQ( again, block );
    memFree( again, 32 );
+}
+
+TEST( Mem, keepsAFreedBlockFromTheCLibrary ) {
+   memFree( memAlloc( 32 ), 32 );
+   void* block = memAlloc( 32 );
+   memFree( block, 32 );
+   void* others = std::malloc( 32 );
+   EXPECT_NE( others, block );
+   std::free( others );
 }
 #endif
 

@@ -82,6 +82,11 @@ TEST_F( Trace, passesOverWhatItCannotRead ) {
    EXPECT_EXIT( traceAllLevels( "Acme" ), testing::ExitedWithCode( 0 ), lines( "Acme", "9" ) );
 }
 
+TEST_F( Trace, doesNotListAHandleByARangeFromHighToLow ) {
+   environmentIs( "Acme/3-1" );
+   EXPECT_EXIT( traceAllLevels( "Acme" ), testing::ExitedWithCode( 0 ), lines( "Acme", "0" ) );
+}
+
 TEST_F( Trace, hidesLevelZeroOfAHandleThatWantsItSo ) {
    environmentIs( "" );
    auto const body = [] {
