@@ -1,0 +1,171 @@
+#include <kelpy/convert/GenericIfToPyObject.h>
+
+#include <frameobject.h>
+
+#include <type_traits>
+#include <unordered_map>
+
+#include <kel/Assert.h>
+#include <kel/Exception.h>
+#include <kel/Seconds.h>
+#include <kelpy/convert/DefaultAttrData.h>
+#include <kelpy/convert/PyIntegral.h>
+#include <kelpy/core/PyFailure.h>
+#include <kelpy/core/PyMarshal.h>
+#include <kelpy/core/PyRef.h>
+#include <kelpy/objects/PyGenericIf.h>
+
+namespace {
+
+std::unordered_map< Kel::KelAttr, PyRef > enumNames_( 1 );  // guarded by the GIL
+
+PyObject* unimplementedBuiltin() {
+   PyErr_SetString( PyExc_TypeError, "returning an unimplemented builtin type" );
+   return nullptr;
+}
+
+PyObject* builtinToPyObject( Kel::GenericIf const& gif, Kel::KelType type ) {
+   if( type.module() != &Kel::_Kel_BuiltinType_kelModule ) {
+      return unimplementedBuiltin();
+   }
+   switch( static_cast< Kel::BuiltinType >( type.typeIndex() ) ) {
+    case Kel::BuiltinType::u8: return PyInt_FromLong( *gif.attrValPtr< Kel::U8 >() );
+    case Kel::BuiltinType::s8: return PyInt_FromLong( *gif.attrValPtr< Kel::S8 >() );
+    case Kel::BuiltinType::u16: return PyInt_FromLong( *gif.attrValPtr< Kel::U16 >() );
+    case Kel::BuiltinType::s16: return PyInt_FromLong( *gif.attrValPtr< Kel::S16 >() );
+    case Kel::BuiltinType::u32: return PyInt_FromLong( *gif.attrValPtr< Kel::U32 >() );
+    case Kel::BuiltinType::s32: return PyInt_FromLong( *gif.attrValPtr< Kel::S32 >() );
+    case Kel::BuiltinType::u64:
+      return PyIntOrLong_FromUnsignedLongLong( *gif.attrValPtr< Kel::U64 >() );
+    case Kel::BuiltinType::s64: return PyInt_FromLong( *gif.attrValPtr< Kel::S64 >() );
+    case Kel::BuiltinType::boolean: return PyBool_FromLong( *gif.attrValPtr< bool >() );
+    case Kel::BuiltinType::character:
+      return PyString_FromStringAndSize( gif.attrValPtr< char >(), 1 );
+    case Kel::BuiltinType::float32:
+      return PyFloat_FromDouble( static_cast< double >( *gif.attrValPtr< float >() ) );
+    case Kel::BuiltinType::float64: return PyFloat_FromDouble( *gif.attrValPtr< double >() );
+    case Kel::BuiltinType::string: return PyStr_FromKelString( *gif.attrValPtr< Kel::String >() );
+    case Kel::BuiltinType::bytes: return PyBytes_FromKelBytes( *gif.attrValPtr< Kel::Bytes >() );
+    case Kel::BuiltinType::seconds:
+      return PyFloat_FromDouble( gif.attrValPtr< Kel::Seconds >()->value() );
+    default: return unimplementedBuiltin();
+   }
+}
+
+PyObject* enumToPyObject( Kel::GenericIf const& gif, Kel::KelType type ) {
+   return visitIntegral( type.underlyingType(), [ & ]< class T >( IntegralTag< T > ) {
+      return GenericIfEnumToPyObject< T >( type, *gif.attrValPtr< T >() );
+   } );
+}
+
+// A new reference on the interned name, kept for ever.
+PyObject* enumName( Kel::KelAttr constant ) {
+   PyRef& name = enumNames_[ constant ];
+   if( !name ) {
+      name = PyRef::steal( PyString_InternFromString( constant.name() ) );
+   }
+   Py_XINCREF( name.get() );
+   return name.get();
+}
+
+// Evaluates source text in the namespaces of the Python code that reads the value.
+PyObject* evaluate( Kel::String const& source ) {
+   PyFrameObject* const frame = PyEval_GetFrame();
+   if( !frame ) {
+      PyErr_SetString( PyExc_SystemError, "no Python frame to evaluate in" );
+      return nullptr;
+   }
+   PyObject* const locals = PyEval_GetLocals();
+   if( !locals ) {
+      return nullptr;
+   }
+   return PyRun_StringFlags( source.charPtr(), Py_eval_input, frame->f_globals, locals, nullptr );
+}
+
+// What stands for a value of the type in Python; a null handle for the value itself.
+struct DefaultRead {
+   DefaultAttrData data;
+   Kel::Ptr< Kel::GenericIf > value;
+};
+
+// False with a Python error.
+bool readDefaultAttr( Kel::Ptr< Kel::GenericIf > const& gif, Kel::KelType type,
+                      DefaultRead& read ) noexcept {
+   try {
+      read.data = defaultAttrData( type );
+      if( read.data.getAttr ) {
+         read.value = read.data.getAttr.genericIfGet( gif, nullptr );
+      }
+      return true;
+   } catch( ... ) {
+      Kel::translateCppExceptionToPython( type, "" );
+      return false;
+   }
+}
+
+PyObject* defaultAttrToPyObject( DefaultRead read ) {
+   if( !read.data.isRepr ) {
+      return GenericIfToPyObject( std::move( read.value ), true );
+   }
+   auto const defaultGif = std::move( read.value );
+   KEL_ASSERT( defaultGif );
+   KEL_ASSERT( defaultGif->type().isDerived( Kel::kelType< Kel::String >() ) );
+   return evaluate( *defaultGif->attrValPtr< Kel::String >() );
+}
+
+}  // namespace
+
+template< class T >
+PyObject* GenericIfEnumToPyObject( Kel::KelType type, T value ) {
+   KEL_ASSERT( type.isEnumType() );
+   if( type.underlyingType() != Kel::kelType< T >() ) {
+      type.throwEnumAttrWrongTypeException( Kel::kelType< T >() );
+   }
+   for( Kel::KelType::AttributeQIterator i( type ); i; ++i ) {
+      Kel::KelAttr const constant = *i;
+      if( constant.enumValue< T >() == value ) {
+         return enumName( constant );
+      }
+   }
+   if constexpr( std::is_unsigned_v< T > ) {
+      return PyString_FromFormat( "%s(%lu)", type.fullTypeName(),
+                                  static_cast< unsigned long >( value ) );
+   } else {
+      return PyString_FromFormat( "%s(%ld)", type.fullTypeName(), static_cast< long >( value ) );
+   }
+}
+
+template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::U8 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::S8 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::U16 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::S16 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::U32 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::S32 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::U64 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::S64 );
+
+PyObject* GenericIfToPyObject( Kel::Ptr< Kel::GenericIf > gif, bool useDefaultAttr ) noexcept {
+   if( !gif ) {
+      Py_RETURN_NONE;
+   }
+   Kel::KelType const type = gif->type();
+   if( type.hasOwnPtrInterface() && !gif->voidPtrIs( type ) ) {
+      Py_RETURN_NONE;
+   }
+   if( type.isBuiltinType() ) {
+      return builtinToPyObject( *gif, type );
+   }
+   if( type.isEnumType() ) {
+      return enumToPyObject( *gif, type );
+   }
+   if( useDefaultAttr ) {
+      DefaultRead read;
+      if( !readDefaultAttr( gif, type, read ) ) {
+         return nullptr;
+      }
+      if( read.data.getAttr ) {
+         return defaultAttrToPyObject( std::move( read ) );
+      }
+   }
+   return MakePyGenericIf( std::move( gif ) );
+}
