@@ -1,0 +1,118 @@
+#include <kelpy/objects/MountProxyAnchor.h>
+
+#include <boost/container/small_vector.hpp>
+
+#include <kel/Exception.h>
+#include <kel/Lock.h>
+#include <kel/Notifiee.h>
+#include <kelpy/classes/PyGenericIfClass.h>
+#include <kelpy/core/PyFailure.h>
+
+namespace {
+
+// Puts a Python error that was pending aside. It comes back at the end, unless a newer failure has
+// taken its place.
+class PendingErrorAnchor {
+ public:
+   PendingErrorAnchor() noexcept { PyErr_Fetch( &type_, &value_, &traceback_ ); }
+   PendingErrorAnchor( PendingErrorAnchor const& ) = delete;
+   PendingErrorAnchor& operator=( PendingErrorAnchor const& ) = delete;
+   ~PendingErrorAnchor() {
+      if( type_ && !PyErr_Occurred() ) {
+         PyErr_Restore( type_, value_, traceback_ );
+      } else {
+         drop();
+      }
+   }
+
+   void drop() noexcept {
+      Py_CLEAR( type_ );
+      Py_CLEAR( value_ );
+      Py_CLEAR( traceback_ );
+   }
+
+ private:
+   PyObject* type_ = nullptr;
+   PyObject* value_ = nullptr;
+   PyObject* traceback_ = nullptr;
+};
+
+// The common arguments, whose types have no such attribute: spares a look-up that fails.
+bool isNeverProxy( PyObject* object ) {
+   PyTypeObject const* const type = Py_TYPE( object );
+   return type == &PyInt_Type || type == &PyString_Type || object == Py_None ||
+          type == &PyFloat_Type || type == &PyBool_Type || type == &PyLong_Type ||
+          type == &PyUnicode_Type;
+}
+
+// Whether it wraps an object; asked of its Python class, since a type without a declared base counts.
+bool wrapsObject( PyObject* object ) {
+   if( !isWrapped( object ) ) {
+      return false;
+   }
+   PyTypeObject* const base = getOrCreatePyType( Kel::kelType< Kel::PtrInterface >() );
+   if( !base ) {
+      throw PythonException();
+   }
+   return PyType_IsSubtype( Py_TYPE( object ), base );
+}
+
+}  // namespace
+
+PyRef MountProxyAnchor::_maybeResolveMountProxy( PyObject* object ) const {
+   if( isNeverProxy( object ) ) {
+      return PyRef::borrow( object );
+   }
+   PendingErrorAnchor pending;
+   if( !PyObject_HasAttrString( object, "__kel_object__" ) ) {
+      return PyRef::borrow( object );
+   }
+   if( Kel::activityLock()->ownerThread() == Kel::Impl::gettid() ) {
+      pending.drop();
+      throw Kel::Exception( "Attempting to resolve mount proxy while holding the activity lock, "
+                            "which can cause a deadlock. See BUG853618." );
+   }
+   char method[] = "__kel_object__";
+   char noArgs[] = "";
+   auto result = PyRef::steal( PyObject_CallMethod( object, method, noArgs ) );
+   if( !result ) {
+      throw PythonException();
+   }
+   return wrapsObject( result.get() ) ? std::move( result ) : PyRef::borrow( object );
+}
+
+// One level deep. The tuple itself comes back if no element changed.
+PyRef MountProxyAnchor::_resolveTuple( PyObject* tuple ) const {
+   Py_ssize_t const size = PyTuple_GET_SIZE( tuple );
+   boost::container::small_vector< PyRef, 8 > elements;
+   Py_ssize_t changed = 0;
+   for( Py_ssize_t i = 0; i < size; ++i ) {
+      PyObject* const element = PyTuple_GetItem( tuple, i );
+      if( !element ) {
+         throw PythonException();
+      }
+      elements.push_back( _maybeResolveMountProxy( element ) );
+      changed += elements.back().get() != element;
+   }
+   if( changed == 0 ) {
+      return PyRef::borrow( tuple );
+   }
+   auto result = PyRef::steal( PyTuple_New( size ) );
+   if( !result ) {
+      throw PythonException();
+   }
+   for( Py_ssize_t i = 0; i < size; ++i ) {
+      if( PyTuple_SetItem( result.get(), i, elements[ i ].release() ) == -1 ) {
+         throw PythonException();
+      }
+   }
+   return result;
+}
+
+MountProxyAnchor::MountProxyAnchor( PyObject* object ) {
+   if( !object ) {
+      return;
+   }
+   assertGilHeld();
+   resolved_ = PyTuple_Check( object ) ? _resolveTuple( object ) : _maybeResolveMountProxy( object );
+}
