@@ -18,8 +18,9 @@ void forgetThreadId() {
    threadId = 0;
 }
 
-// The child's one thread has the parent's thread storage, but an id of its own.
-[[gnu::constructor]] void watchForks() {
+// The child's one thread has the parent's thread storage, but an id of its own. Registered before any
+// other handler, since theirs may ask for the id.
+[[gnu::constructor( 101 )]] void watchForks() {
    int const error = pthread_atfork( nullptr, nullptr, forgetThreadId );
    KEL_ASSERT( error == 0 );
 }
