@@ -231,20 +231,18 @@ KEL_API void kelModuleIs( KelModule const* module );
 
 }  // namespace Kel
 
-// The runtime's own records; each is declared in the namespace Kel as well.
-extern "C" {
-extern KEL_API Kel::KelModule const _Kel_BuiltinType_kelModule;
-extern KEL_API Kel::KelModule const _Kel_PtrInterface_kelModule;
-extern KEL_API Kel::KelModule const _Kel_Entity_kelModule;
-extern KEL_API Kel::KelModule const _Kel_Dir_kelModule;
-extern KEL_API Kel::KelModule const _Clock_f476dd55_kelModule;
-extern KEL_API Kel::KelModule const _TraceFacility_9f2b368972944a5e_kelModule;
-extern KEL_API Kel::KelModule const _Activity_6d1c04e2_kelModule;
-}
-
 namespace Kel {
 
-extern "C" KEL_API KelModule const _Kel_BuiltinType_kelModule;
+// The runtime's own records.
+extern "C" {
+extern KEL_API KelModule const _Kel_BuiltinType_kelModule;
+extern KEL_API KelModule const _Kel_PtrInterface_kelModule;
+extern KEL_API KelModule const _Kel_Entity_kelModule;
+extern KEL_API KelModule const _Kel_Dir_kelModule;
+extern KEL_API KelModule const _Clock_f476dd55_kelModule;
+extern KEL_API KelModule const _TraceFacility_9f2b368972944a5e_kelModule;
+extern KEL_API KelModule const _Activity_6d1c04e2_kelModule;
+}
 
 // Indices of the built-in types in _Kel_BuiltinType_kelModule, shared with every user of the runtime.
 enum class BuiltinType : std::uint16_t {
@@ -275,3 +273,11 @@ using S32 = int;
 using U64 = unsigned long;
 using S64 = long;
 }  // namespace Kel
+
+using Kel::_Kel_BuiltinType_kelModule;
+using Kel::_Kel_PtrInterface_kelModule;
+using Kel::_Kel_Entity_kelModule;
+using Kel::_Kel_Dir_kelModule;
+using Kel::_Clock_f476dd55_kelModule;
+using Kel::_TraceFacility_9f2b368972944a5e_kelModule;
+using Kel::_Activity_6d1c04e2_kelModule;
