@@ -8,7 +8,7 @@
 
 namespace {
 
-std::unordered_map< Kel::KelType, DefaultAttrData > defaultAttrs_( 1 );  // guarded by the GIL
+std::unordered_map< Kel::KelType, DefaultAttrData > defaultAttrs_( 1 ); // guarded by the GIL
 
 // The value attribute of a type whose only attribute of its independent domain it is, else null.
 Kel::KelAttr implicitDefaultAttr( Kel::KelType type ) {
@@ -27,7 +27,8 @@ Kel::KelAttr implicitDefaultAttr( Kel::KelType type ) {
          return {};
       }
    }
-   bool const isOnlyOne = domainAttrs == 1 && valAttr.flag( Kel::AttrFlag::isIndependentDomainAttr );
+   bool const isOnlyOne =
+      domainAttrs == 1 && valAttr.flag( Kel::AttrFlag::isIndependentDomainAttr );
    return isOnlyOne ? valAttr : Kel::KelAttr();
 }
 
@@ -43,10 +44,10 @@ DefaultAttrData makeDefaultAttrData( Kel::KelType type ) {
    return { attr, attr, false };
 }
 
-}  // namespace
+} // namespace
 
-Kel::KelAttr findDefaultAttr( Kel::KelType type, char const* declaration,
-                              Kel::KelType requiredType ) {
+Kel::KelAttr findDefaultAttr(
+   Kel::KelType type, char const* declaration, Kel::KelType requiredType ) {
    Kel::KelAttr const declared = type.attr( declaration );
    if( !declared ) {
       return {};
@@ -60,13 +61,12 @@ Kel::KelAttr findDefaultAttr( Kel::KelType type, char const* declaration,
    Kel::String const& name = *generic->attrValPtr< Kel::String >();
    Kel::KelAttr const attr = type.attr( name.charPtr() );
    if( !attr ) {
-      throw Kel::TypeException( Kel::_fmt( "%s '%s' not found in type %s", declaration,
-                                           name.charPtr(), type.fullTypeName() ) );
+      throw Kel::TypeException( Kel::_fmt(
+         "%s '%s' not found in type %s", declaration, name.charPtr(), type.fullTypeName() ) );
    }
    if( requiredType && attr.memberType() != requiredType ) {
       throw Kel::TypeException( Kel::_fmt( "%s '%s' in type %s not of required type %s",
-                                           declaration, name.charPtr(), type.fullTypeName(),
-                                           requiredType.fullTypeName() ) );
+         declaration, name.charPtr(), type.fullTypeName(), requiredType.fullTypeName() ) );
    }
    return attr;
 }

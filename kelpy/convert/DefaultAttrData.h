@@ -9,7 +9,7 @@
 struct DefaultAttrData {
    Kel::KelAttr getAttr;
    Kel::KelAttr setAttr;
-   bool isRepr = false;  // the attribute holds Python source text
+   bool isRepr = false; // the attribute holds Python source text
 };
 
 // Throws Kel::TypeException for a bad declaration, each time it is asked.
@@ -17,5 +17,5 @@ KELPY_API DefaultAttrData defaultAttrData( Kel::KelType type );
 
 // The attribute that the type's static text attribute `declaration` names; null if the type
 // declares none. A null `requiredType` allows any member type. Throws Kel::TypeException.
-KELPY_API Kel::KelAttr findDefaultAttr( Kel::KelType type, char const* declaration,
-                                        Kel::KelType requiredType );
+KELPY_API Kel::KelAttr findDefaultAttr(
+   Kel::KelType type, char const* declaration, Kel::KelType requiredType );

@@ -17,7 +17,7 @@
 
 namespace {
 
-std::unordered_map< Kel::KelAttr, PyRef > enumNames_( 1 );  // guarded by the GIL
+std::unordered_map< Kel::KelAttr, PyRef > enumNames_( 1 ); // guarded by the GIL
 
 PyObject* unimplementedBuiltin() {
    PyErr_SetString( PyExc_TypeError, "returning an unimplemented builtin type" );
@@ -29,38 +29,50 @@ PyObject* builtinToPyObject( Kel::GenericIf const& gif, Kel::KelType type ) {
       return unimplementedBuiltin();
    }
    switch( static_cast< Kel::BuiltinType >( type.typeIndex() ) ) {
-    case Kel::BuiltinType::u8: return PyInt_FromLong( *gif.attrValPtr< Kel::U8 >() );
-    case Kel::BuiltinType::s8: return PyInt_FromLong( *gif.attrValPtr< Kel::S8 >() );
-    case Kel::BuiltinType::u16: return PyInt_FromLong( *gif.attrValPtr< Kel::U16 >() );
-    case Kel::BuiltinType::s16: return PyInt_FromLong( *gif.attrValPtr< Kel::S16 >() );
-    case Kel::BuiltinType::u32: return PyInt_FromLong( *gif.attrValPtr< Kel::U32 >() );
-    case Kel::BuiltinType::s32: return PyInt_FromLong( *gif.attrValPtr< Kel::S32 >() );
-    case Kel::BuiltinType::u64:
+   case Kel::BuiltinType::u8:
+      return PyInt_FromLong( *gif.attrValPtr< Kel::U8 >() );
+   case Kel::BuiltinType::s8:
+      return PyInt_FromLong( *gif.attrValPtr< Kel::S8 >() );
+   case Kel::BuiltinType::u16:
+      return PyInt_FromLong( *gif.attrValPtr< Kel::U16 >() );
+   case Kel::BuiltinType::s16:
+      return PyInt_FromLong( *gif.attrValPtr< Kel::S16 >() );
+   case Kel::BuiltinType::u32:
+      return PyInt_FromLong( *gif.attrValPtr< Kel::U32 >() );
+   case Kel::BuiltinType::s32:
+      return PyInt_FromLong( *gif.attrValPtr< Kel::S32 >() );
+   case Kel::BuiltinType::u64:
       return PyIntOrLong_FromUnsignedLongLong( *gif.attrValPtr< Kel::U64 >() );
-    case Kel::BuiltinType::s64: return PyInt_FromLong( *gif.attrValPtr< Kel::S64 >() );
-    case Kel::BuiltinType::boolean: return PyBool_FromLong( *gif.attrValPtr< bool >() );
-    case Kel::BuiltinType::character:
+   case Kel::BuiltinType::s64:
+      return PyInt_FromLong( *gif.attrValPtr< Kel::S64 >() );
+   case Kel::BuiltinType::boolean:
+      return PyBool_FromLong( *gif.attrValPtr< bool >() );
+   case Kel::BuiltinType::character:
       return PyString_FromStringAndSize( gif.attrValPtr< char >(), 1 );
-    case Kel::BuiltinType::float32:
+   case Kel::BuiltinType::float32:
       return PyFloat_FromDouble( static_cast< double >( *gif.attrValPtr< float >() ) );
-    case Kel::BuiltinType::float64: return PyFloat_FromDouble( *gif.attrValPtr< double >() );
-    case Kel::BuiltinType::string: return PyStr_FromKelString( *gif.attrValPtr< Kel::String >() );
-    case Kel::BuiltinType::bytes: return PyBytes_FromKelBytes( *gif.attrValPtr< Kel::Bytes >() );
-    case Kel::BuiltinType::seconds:
+   case Kel::BuiltinType::float64:
+      return PyFloat_FromDouble( *gif.attrValPtr< double >() );
+   case Kel::BuiltinType::string:
+      return PyStr_FromKelString( *gif.attrValPtr< Kel::String >() );
+   case Kel::BuiltinType::bytes:
+      return PyBytes_FromKelBytes( *gif.attrValPtr< Kel::Bytes >() );
+   case Kel::BuiltinType::seconds:
       return PyFloat_FromDouble( gif.attrValPtr< Kel::Seconds >()->value() );
-    default: return unimplementedBuiltin();
+   default:
+      return unimplementedBuiltin();
    }
 }
 
 PyObject* enumToPyObject( Kel::GenericIf const& gif, Kel::KelType type ) {
-   return visitIntegral( type.underlyingType(), [ & ]< class T >( IntegralTag< T > ) {
+   return visitIntegral( type.underlyingType(), [&]< class T >( IntegralTag< T > ) {
       return GenericIfEnumToPyObject< T >( type, *gif.attrValPtr< T >() );
    } );
 }
 
 // A new reference on the interned name, kept for ever.
 PyObject* enumName( Kel::KelAttr constant ) {
-   PyRef& name = enumNames_[ constant ];
+   PyRef& name = enumNames_[constant];
    if( !name ) {
       name = PyRef::steal( PyString_InternFromString( constant.name() ) );
    }
@@ -89,8 +101,8 @@ struct DefaultRead {
 };
 
 // False with a Python error.
-bool readDefaultAttr( Kel::Ptr< Kel::GenericIf > const& gif, Kel::KelType type,
-                      DefaultRead& read ) noexcept {
+bool readDefaultAttr(
+   Kel::Ptr< Kel::GenericIf > const& gif, Kel::KelType type, DefaultRead& read ) noexcept {
    try {
       read.data = defaultAttrData( type );
       if( read.data.getAttr ) {
@@ -113,7 +125,7 @@ PyObject* defaultAttrToPyObject( DefaultRead read ) {
    return evaluate( *defaultGif->attrValPtr< Kel::String >() );
 }
 
-}  // namespace
+} // namespace
 
 template< class T >
 PyObject* GenericIfEnumToPyObject( Kel::KelType type, T value ) {
@@ -128,8 +140,8 @@ PyObject* GenericIfEnumToPyObject( Kel::KelType type, T value ) {
       }
    }
    if constexpr( std::is_unsigned_v< T > ) {
-      return PyString_FromFormat( "%s(%lu)", type.fullTypeName(),
-                                  static_cast< unsigned long >( value ) );
+      return PyString_FromFormat(
+         "%s(%lu)", type.fullTypeName(), static_cast< unsigned long >( value ) );
    } else {
       return PyString_FromFormat( "%s(%ld)", type.fullTypeName(), static_cast< long >( value ) );
    }

@@ -9,7 +9,7 @@ namespace {
 
 // "'red'=0, 'blue'=1"
 std::string enumConstants( Kel::KelType type ) {
-   return visitIntegral( type.underlyingType(), [ type ]< class T >( IntegralTag< T > ) {
+   return visitIntegral( type.underlyingType(), [type]< class T >( IntegralTag< T > ) {
       std::string text;
       for( Kel::KelType::AttributeQIterator i( type ); i; ++i ) {
          Kel::KelAttr const constant = *i;
@@ -32,7 +32,7 @@ std::string reprText( PyObject* object ) {
    return std::string( PyString_AS_STRING( repr.get() ), PyString_GET_SIZE( repr.get() ) );
 }
 
-}  // namespace
+} // namespace
 
 void GenericIf_TypeExceptionThrow( PyObject* passed, Kel::KelType expected ) {
    KEL_ASSERT( passed );

@@ -25,15 +25,24 @@ template< class Visitor >
 decltype( auto ) visitIntegral( Kel::KelType type, Visitor&& visitor ) {
    if( type.module() == &Kel::_Kel_BuiltinType_kelModule ) {
       switch( static_cast< Kel::BuiltinType >( type.typeIndex() ) ) {
-       case Kel::BuiltinType::u8: return visitor( IntegralTag< Kel::U8 >() );
-       case Kel::BuiltinType::u16: return visitor( IntegralTag< Kel::U16 >() );
-       case Kel::BuiltinType::u32: return visitor( IntegralTag< Kel::U32 >() );
-       case Kel::BuiltinType::u64: return visitor( IntegralTag< Kel::U64 >() );
-       case Kel::BuiltinType::s8: return visitor( IntegralTag< Kel::S8 >() );
-       case Kel::BuiltinType::s16: return visitor( IntegralTag< Kel::S16 >() );
-       case Kel::BuiltinType::s32: return visitor( IntegralTag< Kel::S32 >() );
-       case Kel::BuiltinType::s64: return visitor( IntegralTag< Kel::S64 >() );
-       default: break;
+      case Kel::BuiltinType::u8:
+         return visitor( IntegralTag< Kel::U8 >() );
+      case Kel::BuiltinType::u16:
+         return visitor( IntegralTag< Kel::U16 >() );
+      case Kel::BuiltinType::u32:
+         return visitor( IntegralTag< Kel::U32 >() );
+      case Kel::BuiltinType::u64:
+         return visitor( IntegralTag< Kel::U64 >() );
+      case Kel::BuiltinType::s8:
+         return visitor( IntegralTag< Kel::S8 >() );
+      case Kel::BuiltinType::s16:
+         return visitor( IntegralTag< Kel::S16 >() );
+      case Kel::BuiltinType::s32:
+         return visitor( IntegralTag< Kel::S32 >() );
+      case Kel::BuiltinType::s64:
+         return visitor( IntegralTag< Kel::S64 >() );
+      default:
+         break;
       }
    }
    KEL_ASSERT( false );
@@ -43,7 +52,8 @@ decltype( auto ) visitIntegral( Kel::KelType type, Visitor&& visitor ) {
 // What both families share: `readLong` reads a Python long and leaves an error if it does not
 // fit.
 template< class T, class ReadLong >
-Kel::Ptr< Kel::GenericIf > integralToGenericIf( Kel::KelType type, PyObject* obj, ReadLong readLong ) {
+Kel::Ptr< Kel::GenericIf > integralToGenericIf(
+   Kel::KelType type, PyObject* obj, ReadLong readLong ) {
    KEL_ASSERT( type.size() == sizeof( T ) );
    T value;
    if( PyLong_CheckExact( obj ) ) {

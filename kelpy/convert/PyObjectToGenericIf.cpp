@@ -70,7 +70,7 @@ GenericPtr charToGenericIf( PyObject* obj, Kel::KelType type ) {
    if( !PyString_Check( obj ) || PyString_GET_SIZE( obj ) != 1 ) {
       GenericIf_TypeExceptionThrow( obj, type );
    }
-   return newGeneric( type, PyString_AS_STRING( obj )[ 0 ] );
+   return newGeneric( type, PyString_AS_STRING( obj )[0] );
 }
 
 GenericPtr builtinToGenericIf( PyObject* obj, Kel::KelType type ) {
@@ -78,32 +78,45 @@ GenericPtr builtinToGenericIf( PyObject* obj, Kel::KelType type ) {
       GenericIf_TypeExceptionThrow( obj, type );
    }
    switch( static_cast< Kel::BuiltinType >( type.typeIndex() ) ) {
-    case Kel::BuiltinType::u8: return PyObjectToUnsignedIntegral< Kel::U8 >( type, obj );
-    case Kel::BuiltinType::s8: return PyObjectToSignedIntegral< Kel::S8 >( type, obj );
-    case Kel::BuiltinType::u16: return PyObjectToUnsignedIntegral< Kel::U16 >( type, obj );
-    case Kel::BuiltinType::s16: return PyObjectToSignedIntegral< Kel::S16 >( type, obj );
-    case Kel::BuiltinType::u32: return PyObjectToUnsignedIntegral< Kel::U32 >( type, obj );
-    case Kel::BuiltinType::s32: return PyObjectToSignedIntegral< Kel::S32 >( type, obj );
-    case Kel::BuiltinType::u64: return PyObjectToUnsignedIntegral< Kel::U64 >( type, obj );
-    case Kel::BuiltinType::s64: return PyObjectToSignedIntegral< Kel::S64 >( type, obj );
-    case Kel::BuiltinType::boolean: return boolToGenericIf( obj, type );
-    case Kel::BuiltinType::character: return charToGenericIf( obj, type );
-    case Kel::BuiltinType::float32:
+   case Kel::BuiltinType::u8:
+      return PyObjectToUnsignedIntegral< Kel::U8 >( type, obj );
+   case Kel::BuiltinType::s8:
+      return PyObjectToSignedIntegral< Kel::S8 >( type, obj );
+   case Kel::BuiltinType::u16:
+      return PyObjectToUnsignedIntegral< Kel::U16 >( type, obj );
+   case Kel::BuiltinType::s16:
+      return PyObjectToSignedIntegral< Kel::S16 >( type, obj );
+   case Kel::BuiltinType::u32:
+      return PyObjectToUnsignedIntegral< Kel::U32 >( type, obj );
+   case Kel::BuiltinType::s32:
+      return PyObjectToSignedIntegral< Kel::S32 >( type, obj );
+   case Kel::BuiltinType::u64:
+      return PyObjectToUnsignedIntegral< Kel::U64 >( type, obj );
+   case Kel::BuiltinType::s64:
+      return PyObjectToSignedIntegral< Kel::S64 >( type, obj );
+   case Kel::BuiltinType::boolean:
+      return boolToGenericIf( obj, type );
+   case Kel::BuiltinType::character:
+      return charToGenericIf( obj, type );
+   case Kel::BuiltinType::float32:
       return newGeneric( type, static_cast< float >( asDouble( obj, type ) ) );
-    case Kel::BuiltinType::float64: return newGeneric( type, asDouble( obj, type ) );
-    case Kel::BuiltinType::string: return stringToGenericIf( obj, type );
-    case Kel::BuiltinType::bytes: return bytesToGenericIf( obj, type );
-    case Kel::BuiltinType::seconds:
+   case Kel::BuiltinType::float64:
+      return newGeneric( type, asDouble( obj, type ) );
+   case Kel::BuiltinType::string:
+      return stringToGenericIf( obj, type );
+   case Kel::BuiltinType::bytes:
+      return bytesToGenericIf( obj, type );
+   case Kel::BuiltinType::seconds:
       return newGeneric( type, Kel::Seconds( asDouble( obj, type ) ) );
-    default: GenericIf_TypeExceptionThrow( obj, type );
+   default:
+      GenericIf_TypeExceptionThrow( obj, type );
    }
 }
 
 GenericPtr enumToGenericIf( PyObject* obj, Kel::KelType type ) {
    if( !PyString_Check( obj ) ) {
-      return visitIntegral( type.underlyingType(), [ & ]< class T >( IntegralTag< T > ) {
-         return PyObjectToIntegral< T >( type, obj );
-      } );
+      return visitIntegral( type.underlyingType(),
+         [&]< class T >( IntegralTag< T > ) { return PyObjectToIntegral< T >( type, obj ); } );
    }
    char const* const val = PyString_AsString( obj );
    KEL_ASSERT( val );
@@ -142,8 +155,8 @@ GenericPtr defaultAttrValue( PyObject* obj, DefaultAttrData const& data ) {
 // Whether the type is constructed from just this attribute.
 bool isSoleConstructorArg( Kel::KelType type, Kel::KelAttr attr ) {
    return type.constructorArgNames() == 1 &&
-          std::strcmp( type.module()->attrNamePool + type.constructorArgs()->nameOffset(),
-                       attr.name() ) == 0;
+          std::strcmp(
+             type.module()->attrNamePool + type.constructorArgs()->nameOffset(), attr.name() ) == 0;
 }
 
 GenericPtr valueFromDefaultAttr( Kel::KelType type, Kel::KelAttr attr, GenericPtr attrValue ) {
@@ -157,7 +170,8 @@ GenericPtr valueFromDefaultAttr( Kel::KelType type, Kel::KelAttr attr, GenericPt
    return value;
 }
 
-// The default attribute comes first, so that a plain Python object passes wherever the value is wanted.
+// The default attribute comes first, so that a plain Python object passes wherever the value is
+// wanted.
 GenericPtr valueToGenericIf( PyObject* obj, Kel::KelType type ) {
    DefaultAttrData const data = defaultAttrData( type );
    if( !data.setAttr ) {
@@ -179,10 +193,10 @@ GenericPtr pointerToGenericIf( PyObject* obj, Kel::KelType type ) {
    return wrapperToGenericIf( obj, type );
 }
 
-}  // namespace
+} // namespace
 
-Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf_unsafe( PyObject* obj, Kel::KelType type,
-                                                       bool optional ) {
+Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf_unsafe(
+   PyObject* obj, Kel::KelType type, bool optional ) {
    KEL_ASSERT( type );
    if( obj == Py_None && optional ) {
       return nullptr;

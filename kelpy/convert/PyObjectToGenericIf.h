@@ -10,8 +10,8 @@
 // Needs the GIL. With `optional`, None gives a null pointer. A wrapper is shared with its const
 // flag, all else becomes a new non-const generic. Throws Kel::TypeException with no Python error
 // pending, PythonException, and what a constructor of the runtime throws.
-KELPY_API Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf_unsafe( PyObject* obj, Kel::KelType type,
-                                                                 bool optional );
+KELPY_API Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf_unsafe(
+   PyObject* obj, Kel::KelType type, bool optional );
 // The same for callers that may not have the GIL: takes it for the length of the conversion.
-KELPY_API Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf( PyObject* obj, Kel::KelType type,
-                                                          bool optional );
+KELPY_API Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf(
+   PyObject* obj, Kel::KelType type, bool optional );

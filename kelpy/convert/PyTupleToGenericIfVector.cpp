@@ -12,7 +12,7 @@ ParameterList parameterList( Kel::KelModule const* module, Kel::ArgRow const* ro
    ParameterList params;
    for( ; row->nameOffset() != 0; ++row ) {
       params.emplace_back( module->attrNamePool + row->nameOffset(),
-                           module->typeNamePool + row->typeNameOffset(), row->isOptional() );
+         module->typeNamePool + row->typeNameOffset(), row->isOptional() );
    }
    return params;
 }
@@ -26,7 +26,7 @@ std::string expectedText( ParameterList const& params, bool constructor ) {
       return text;
    }
    char const* separator = " ('";
-   for( auto const& [ name, typeName, optional ] : params ) {
+   for( auto const& [name, typeName, optional] : params ) {
       text += separator;
       text += name;
       separator = "', '";
@@ -37,37 +37,36 @@ std::string expectedText( ParameterList const& params, bool constructor ) {
 void checkCount( PyObject* tuple, ParameterList const& params, bool constructor ) {
    auto const given = static_cast< std::size_t >( PyTuple_GET_SIZE( tuple ) );
    if( given != params.size() ) {
-      throw Kel::TypeException( Kel::String( "expected " + expectedText( params, constructor ) +
-                                             ", got " + std::to_string( given ) ) );
+      throw Kel::TypeException( Kel::String(
+         "expected " + expectedText( params, constructor ) + ", got " + std::to_string( given ) ) );
    }
 }
 
-Kel::Ptr< Kel::GenericIf const > argument( PyObject* element, Parameter const& param,
-                                           std::size_t index, bool constructor ) {
-   auto const& [ name, typeName, optional ] = param;
+Kel::Ptr< Kel::GenericIf const > argument(
+   PyObject* element, Parameter const& param, std::size_t index, bool constructor ) {
+   auto const& [name, typeName, optional] = param;
    Kel::KelType const type = Kel::typeNode( typeName );
    try {
       return PyObjectToGenericIf_unsafe( element, type, optional );
    } catch( Kel::TypeException const& e ) {
       throw Kel::TypeException( Kel::_fmt( "Error processing %sparameter %zu ('%s'): ",
-                                           constructor ? "constructor " : "", index, name ) +
+                                   constructor ? "constructor " : "", index, name ) +
                                 e.message() );
    }
 }
 
-}  // namespace
+} // namespace
 
-Kel::ArgVector PyTupleToGenericIfVector_helper( PyObject* tuple, ParameterList const& params,
-                                                bool constructor ) {
+Kel::ArgVector PyTupleToGenericIfVector_helper(
+   PyObject* tuple, ParameterList const& params, bool constructor ) {
    Kel::GilAnchor const gil;
    if( !PyTuple_CheckExact( tuple ) ) {
-      throw Kel::TypeException(
-         Kel::_fmt( "expected tuple, got %s", Py_TYPE( tuple )->tp_name ) );
+      throw Kel::TypeException( Kel::_fmt( "expected tuple, got %s", Py_TYPE( tuple )->tp_name ) );
    }
    checkCount( tuple, params, constructor );
    Kel::ArgVector args;
    for( std::size_t i = 0; i < params.size(); ++i ) {
-      args.push_back( argument( PyTuple_GET_ITEM( tuple, i ), params[ i ], i, constructor ) );
+      args.push_back( argument( PyTuple_GET_ITEM( tuple, i ), params[i], i, constructor ) );
    }
    return args;
 }
@@ -78,7 +77,6 @@ Kel::ArgVector PyTupleToGenericIfVector( PyObject* tuple, Kel::KelType type ) {
 }
 
 Kel::ArgVector PyTupleToGenericIfVector( PyObject* tuple, Kel::KelAttr attr ) {
-   return PyTupleToGenericIfVector_helper(
-      tuple, attr.isEnumConst() ? ParameterList() : parameterList( attr.module(), attr.args() ),
-      false );
+   return PyTupleToGenericIfVector_helper( tuple,
+      attr.isEnumConst() ? ParameterList() : parameterList( attr.module(), attr.args() ), false );
 }

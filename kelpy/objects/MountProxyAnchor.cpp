@@ -45,7 +45,8 @@ bool isNeverProxy( PyObject* object ) {
           type == &PyUnicode_Type;
 }
 
-// Whether it wraps an object; asked of its Python class, since a type without a declared base counts.
+// Whether it wraps an object; asked of its Python class, since a type without a declared base
+// counts.
 bool wrapsObject( PyObject* object ) {
    if( !isWrapped( object ) ) {
       return false;
@@ -57,7 +58,7 @@ bool wrapsObject( PyObject* object ) {
    return PyType_IsSubtype( Py_TYPE( object ), base );
 }
 
-}  // namespace
+} // namespace
 
 PyRef MountProxyAnchor::_maybeResolveMountProxy( PyObject* object ) const {
    if( isNeverProxy( object ) ) {
@@ -102,7 +103,7 @@ PyRef MountProxyAnchor::_resolveTuple( PyObject* tuple ) const {
       throw PythonException();
    }
    for( Py_ssize_t i = 0; i < size; ++i ) {
-      if( PyTuple_SetItem( result.get(), i, elements[ i ].release() ) == -1 ) {
+      if( PyTuple_SetItem( result.get(), i, elements[i].release() ) == -1 ) {
          throw PythonException();
       }
    }
@@ -114,5 +115,6 @@ MountProxyAnchor::MountProxyAnchor( PyObject* object ) {
       return;
    }
    assertGilHeld();
-   resolved_ = PyTuple_Check( object ) ? _resolveTuple( object ) : _maybeResolveMountProxy( object );
+   resolved_ =
+      PyTuple_Check( object ) ? _resolveTuple( object ) : _maybeResolveMountProxy( object );
 }

@@ -1,6 +1,6 @@
-// Replaces mount proxies, Python objects that stand for a runtime object, in an argument or in a tuple
-// of arguments. Made and ended with the GIL held; made before the activity lock is taken, since the
-// proxies' Python code runs here.
+// Replaces mount proxies, Python objects that stand for a runtime object, in an argument or in a
+// tuple of arguments. Made and ended with the GIL held; made before the activity lock is taken,
+// since the proxies' Python code runs here.
 #pragma once
 
 #include <kelpy/core/PyPython.h>

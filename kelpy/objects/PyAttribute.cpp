@@ -14,7 +14,7 @@
 
 PyObject* pyGenericIfGet( PyGenericIf* self, Kel::KelAttr attr, bool useDefaultAttr ) {
    Stage const stage( attr, "" );
-   return underLocks( Kel::flags0, stage, noObject, [ & ]( Kel::PyLockAnchor& locks ) {
+   return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
       auto result = attr.genericIfGet( PyGenericIfToGenericIf( self ), nullptr );
       locks.gilHeldIs( true );
       return GenericIfToPyObject( std::move( result ), useDefaultAttr );
@@ -23,8 +23,8 @@ PyObject* pyGenericIfGet( PyGenericIf* self, Kel::KelAttr attr, bool useDefaultA
 
 namespace {
 
-// Whether attributes of this sort can be written at all; false with a TypeError. No attribute can be
-// deleted, which is told first.
+// Whether attributes of this sort can be written at all; false with a TypeError. No attribute can
+// be deleted, which is told first.
 bool checkWritableSort( PyGenericIfAttrDescriptor const* self, PyObject* value ) {
    Kel::KelAttr const attr = self->attr;
    char const* format = nullptr;
@@ -56,8 +56,7 @@ bool checkObject( PyGenericIfAttrDescriptor const* self, PyObject* object ) {
       return true;
    }
    PyErr_Format( PyExc_TypeError, "descriptor '%s' requires a '%s' object but received a '%s'",
-                 PyString_AS_STRING( self->name ), scope.fullTypeName(),
-                 Py_TYPE( object )->tp_name );
+      PyString_AS_STRING( self->name ), scope.fullTypeName(), Py_TYPE( object )->tp_name );
    return false;
 }
 
@@ -68,9 +67,11 @@ PyGenericIf* parentOf( PyGenericIfAttrDescriptor const* self, PyObject* object )
 
 PyTypeObject* collectionReadType( PyGenericIfAttrDescriptor const* self ) {
    switch( self->kind ) {
-    case PyGenericIfAttrDescriptor::Kind::NewMember: return &PyGenericIfNewMemberFuncType;
-    case PyGenericIfAttrDescriptor::Kind::AddMember: return &PyGenericIfAddMemberFuncType;
-    default:
+   case PyGenericIfAttrDescriptor::Kind::NewMember:
+      return &PyGenericIfNewMemberFuncType;
+   case PyGenericIfAttrDescriptor::Kind::AddMember:
+      return &PyGenericIfAddMemberFuncType;
+   default:
       KEL_ASSERT( self->kind == PyGenericIfAttrDescriptor::Kind::Attribute );
       return &PyGenericIfCollectionType;
    }
@@ -93,15 +94,15 @@ PyObject* readAttribute( PyGenericIfAttrDescriptor const* self, PyGenericIf* par
 // None for an instantiating attribute unsets it.
 int unsetAttribute( PyGenericIf* parent, Kel::KelAttr attr ) {
    Stage const stage( attr, "" );
-   return underLocks( Kel::flags0, stage, -1, [ & ]( Kel::PyLockAnchor& ) {
+   return underLocks( Kel::flags0, stage, -1, [&]( Kel::PyLockAnchor& ) {
       attr.genericIfDel( PyGenericIfToGenericIf( parent ), nullptr );
       return 0;
    } );
 }
 
 // Converts and writes a value, or makes the object of an instantiating attribute from a tuple.
-void convertAndSet( Stage< Kel::KelAttr >& stage, PyGenericIf* parent, Kel::KelAttr attr,
-                    PyObject* value ) {
+void convertAndSet(
+   Stage< Kel::KelAttr >& stage, PyGenericIf* parent, Kel::KelAttr attr, PyObject* value ) {
    stage.is( "" );
    if( attr.instantiating() ) {
       auto const args = PyTupleToGenericIfVector( value, attr );
@@ -117,9 +118,9 @@ void convertAndSet( Stage< Kel::KelAttr >& stage, PyGenericIf* parent, Kel::KelA
 
 int writeAttribute( PyGenericIf* parent, Kel::KelAttr attr, PyObject* value ) {
    Stage stage( attr, "resolution: " );
-   return guarded( stage, -1, [ & ] {
+   return guarded( stage, -1, [&] {
       MountProxyAnchor const proxy( value );
-      return underLocks( Kel::flags0, stage, -1, [ & ]( Kel::PyLockAnchor& ) {
+      return underLocks( Kel::flags0, stage, -1, [&]( Kel::PyLockAnchor& ) {
          convertAndSet( stage, parent, attr, proxy.resolved() );
          return 0;
       } );
@@ -130,7 +131,7 @@ PyGenericIfAttrDescriptor const* asDescriptor( PyObject* object ) {
    return reinterpret_cast< PyGenericIfAttrDescriptor const* >( object );
 }
 
-}  // namespace
+} // namespace
 
 PyObject* PyGenericIfAttrDescriptor_descr_get( PyObject* self, PyObject* object, PyObject* ) {
    auto const descriptor = asDescriptor( self );
@@ -140,8 +141,8 @@ PyObject* PyGenericIfAttrDescriptor_descr_get( PyObject* self, PyObject* object,
       }
    } else if( !descriptor->attr.isStatic() ) {
       PyErr_Format( PyExc_AttributeError,
-                    "accessing non-static attribute '%s' requires an instance",
-                    PyString_AS_STRING( descriptor->name ) );
+         "accessing non-static attribute '%s' requires an instance",
+         PyString_AS_STRING( descriptor->name ) );
       return nullptr;
    }
    ++attributeAccessorCount_;
@@ -163,10 +164,10 @@ int PyGenericIfAttrDescriptor_descr_set( PyObject* self, PyObject* object, PyObj
 
 namespace {
 
-// The runtime's half of a write into a collection; both arguments have been resolved. The GIL is back
-// at the end.
+// The runtime's half of a write into a collection; both arguments have been resolved. The GIL is
+// back at the end.
 PyObject* setMember( Stage< Kel::KelAttr >& stage, Kel::PyLockAnchor& locks, PyGenericIf* self,
-                     Kel::KelAttr attr, PyObject* resolvedIndex, PyObject* resolvedRhs ) {
+   Kel::KelAttr attr, PyObject* resolvedIndex, PyObject* resolvedRhs ) {
    bool const hasInternalIndex = static_cast< bool >( attr.indexAttr() );
    Kel::Ptr< Kel::GenericIf > key;
    if( !hasInternalIndex ) {
@@ -194,15 +195,15 @@ PyObject* setMember( Stage< Kel::KelAttr >& stage, Kel::PyLockAnchor& locks, PyG
    Py_RETURN_NONE;
 }
 
-}  // namespace
+} // namespace
 
 PyObject* pyGenericIfSet( PyGenericIf* self, Kel::KelAttr attr, PyObject* index, PyObject* rhs ) {
    Stage stage( attr, "index resolution: " );
-   return guarded( stage, noObject, [ & ] {
+   return guarded( stage, noObject, [&] {
       MountProxyAnchor const indexProxy( index );
       stage.is( "rhs resolution: " );
       MountProxyAnchor const rhsProxy( rhs );
-      return underLocks( Kel::flags0, stage, noObject, [ & ]( Kel::PyLockAnchor& locks ) {
+      return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
          return setMember( stage, locks, self, attr, indexProxy.resolved(), rhsProxy.resolved() );
       } );
    } );
@@ -210,9 +211,9 @@ PyObject* pyGenericIfSet( PyGenericIf* self, Kel::KelAttr attr, PyObject* index,
 
 int pyGenericIfDel( PyGenericIf* self, Kel::KelAttr attr, PyObject* index ) {
    Stage stage( attr, "resolution: " );
-   return guarded( stage, -1, [ & ] {
+   return guarded( stage, -1, [&] {
       MountProxyAnchor const proxy( index );
-      return underLocks( Kel::flags0, stage, -1, [ & ]( Kel::PyLockAnchor& ) {
+      return underLocks( Kel::flags0, stage, -1, [&]( Kel::PyLockAnchor& ) {
          stage.is( "index: " );
          auto const key = PyObjectToGenericIf( proxy.resolved(), attr.indexType(), false );
          stage.is( "" );
@@ -232,13 +233,13 @@ Kel::KelAttr findAttr( PyObject* self, char const* name ) {
    }
    Kel::KelAttr const attr = type.attr( name );
    if( !attr ) {
-      PyErr_Format( PyExc_AttributeError, "'%s' object has no attribute '%s'",
-                    type.fullTypeName(), name );
+      PyErr_Format(
+         PyExc_AttributeError, "'%s' object has no attribute '%s'", type.fullTypeName(), name );
    }
    return attr;
 }
 
-}  // namespace
+} // namespace
 
 PyObject* PyGenericIf_getRawAttribute( PyObject* self, PyObject* args ) {
    char const* name = nullptr;

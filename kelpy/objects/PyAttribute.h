@@ -1,6 +1,6 @@
-// Reads, writes and deletes of attributes: the functions through which all of them reach the runtime,
-// and the attribute methods of every wrapper. Entered with the GIL held and the activity lock not
-// needed; each takes it for itself.
+// Reads, writes and deletes of attributes: the functions through which all of them reach the
+// runtime, and the attribute methods of every wrapper. Entered with the GIL held and the activity
+// lock not needed; each takes it for itself.
 #pragma once
 
 #include <kelpy/core/PyPython.h>
@@ -16,8 +16,8 @@
 KELPY_API PyObject* pyGenericIfGet( PyGenericIf* self, Kel::KelAttr attr, bool useDefaultAttr );
 // Writes a member of a collection. `index` is null for a collection whose members carry their key.
 // The member made, for an instantiating collection, else None; null with a Python error.
-KELPY_API PyObject* pyGenericIfSet( PyGenericIf* self, Kel::KelAttr attr, PyObject* index,
-                                    PyObject* rhs );
+KELPY_API PyObject* pyGenericIfSet(
+   PyGenericIf* self, Kel::KelAttr attr, PyObject* index, PyObject* rhs );
 // Deletes a member of a collection, if it is there: 0, or -1 with a Python error.
 KELPY_API int pyGenericIfDel( PyGenericIf* self, Kel::KelAttr attr, PyObject* index );
 

@@ -35,8 +35,8 @@ PyObject* PyGenericIfEntityFuture_repr( PyObject* self ) {
    if( !type ) {
       return PyString_FromFormat( "<%s '%s' of unknown type>", cls, nameText( self ) );
    }
-   return PyString_FromFormat( "<%s '%s' of type '%s'>", cls, nameText( self ),
-                               type.fullTypeName() );
+   return PyString_FromFormat(
+      "<%s '%s' of type '%s'>", cls, nameText( self ), type.fullTypeName() );
 }
 
 PyObject* PyGenericIfEntityFuture_kelType_get( PyObject* self, void* ) {
@@ -85,7 +85,7 @@ Kel::Ptr< Kel::GenericIf > findEntity( PyObject* self ) {
 
 PyObject* PyGenericIfEntityFuture_convertToEntity( PyObject* self, PyObject* ) {
    Stage const stage( NoSubject(), "" );
-   return underLocks( Kel::flags4, stage, noObject, [ self ]( Kel::PyLockAnchor& ) -> PyObject* {
+   return underLocks( Kel::flags4, stage, noObject, [self]( Kel::PyLockAnchor& ) -> PyObject* {
       auto gif = isFuture( self ) ? findEntity( self ) : nullptr;
       if( !gif ) {
          return nullptr;
@@ -138,7 +138,7 @@ constinit PyGetSetDef PyGenericIfFailedMount_getset[] = {
 constinit PyMethodDef PyGenericIfEntityFuture_methods[] = {
    convertToEntityRow( "Convert this EntityFuture to an Entity." ),
    { "convertToFailedMount", PyGenericIfEntityFuture_convertToFailedMount, METH_NOARGS,
-     "Convert this EntityFuture to a FailedMount." },
+      "Convert this EntityFuture to a FailedMount." },
    {},
 };
 
@@ -147,7 +147,7 @@ constinit PyMethodDef PyGenericIfFailedMount_methods[] = {
    {},
 };
 
-}  // namespace
+} // namespace
 
 constinit PyTypeObject PyGenericIfEntityFutureType = {
    .ob_refcnt = 1,
@@ -177,7 +177,7 @@ PyObject* entityFuture( PyObject*, PyObject* args ) {
    PyObject* fullName = nullptr;
    Kel::KelType type;
    if( !PyArg_ParseTuple( args, "O!O&:entityFuture", &PyString_Type, &fullName,
-                          Convert_To_KelType_Or_Null, &type ) ) {
+          Convert_To_KelType_Or_Null, &type ) ) {
       return nullptr;
    }
    PyObject* const self = _PyObject_New( &PyGenericIfEntityFutureType );
@@ -196,7 +196,7 @@ PyObject* convertEntityToFailedMount( PyObject*, PyObject* object ) {
       return nullptr;
    }
    Stage const stage( NoSubject(), "" );
-   return underLocks( Kel::flags4, stage, noObject, [ object ]( Kel::PyLockAnchor& ) -> PyObject* {
+   return underLocks( Kel::flags4, stage, noObject, [object]( Kel::PyLockAnchor& ) -> PyObject* {
       void* const address = asWrapper( object )->gif->voidPtrIs( Kel::kelType< Kel::Entity >() );
       auto const entity = static_cast< Kel::Entity* >( address );
       PyObject* const fullName = PyStr_FromKelString( entity->fullName() );

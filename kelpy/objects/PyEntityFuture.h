@@ -1,5 +1,5 @@
-// _Kel.EntityFuture and _Kel.FailedMount: an entity named by its path, which becomes a wrapper in place,
-// seen by everybody who holds the object. GIL.
+// _Kel.EntityFuture and _Kel.FailedMount: an entity named by its path, which becomes a wrapper in
+// place, seen by everybody who holds the object. GIL.
 #pragma once
 
 #include <kelpy/core/PyPython.h>
@@ -8,9 +8,8 @@
 #include <kelpy/objects/PyGenericIf.h>
 
 struct PyGenericIfEntityFuture {
-   PyObject_HEAD
-   PyObject* fullName;    // owned, a `str`; never null
-   Kel::KelType kelType;  // the expected type, null for an unknown one
+   PyObject_HEAD PyObject* fullName; // owned, a `str`; never null
+   Kel::KelType kelType;             // the expected type, null for an unknown one
 };
 // The instances of the three classes change into each other in place.
 static_assert( sizeof( PyGenericIfEntityFuture ) == PyGenericIf_basicsize );

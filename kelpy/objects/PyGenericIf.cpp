@@ -20,7 +20,7 @@ void* addressOf( PyObject* wrapper ) {
    return asWrapper( wrapper )->gif->voidPtrIs( kelTypeOf( wrapper ) );
 }
 
-}  // namespace
+} // namespace
 
 void throwNotWrapped() {
    throw Kel::TypeException( "expected a kelc-Python object" );
@@ -49,9 +49,8 @@ PyObject* MakePyGenericIf( Kel::Ptr< Kel::GenericIf >&& gif ) noexcept {
 
 PyObject* PyGenericIf_FromPtrInterface( Kel::Ptr< Kel::PtrInterface > ptr ) {
    KEL_ASSERT( ptr );
-   return guarded( Stage( NoSubject(), "" ), noObject, [ & ] {
-      return MakePyGenericIf( Kel::KelType::genericIf( ptr.get(), false ) );
-   } );
+   return guarded( Stage( NoSubject(), "" ), noObject,
+      [&] { return MakePyGenericIf( Kel::KelType::genericIf( ptr.get(), false ) ); } );
 }
 
 namespace {
@@ -63,7 +62,7 @@ void releaseGeneric( PyGenericIf* wrapper ) noexcept {
    wrapper->gif.~Ptr();
 }
 
-}  // namespace
+} // namespace
 
 void PyGenericIf_dealloc( PyObject* self ) {
    releaseGeneric( asWrapper( self ) );
@@ -73,7 +72,7 @@ void PyGenericIf_dealloc( PyObject* self ) {
 std::uint32_t pyGenericIfHash( PyGenericIf* lhs ) {
    KEL_ASSERT( lhs );
    Stage const stage( kelTypeOf( reinterpret_cast< PyObject* >( lhs ) ), "" );
-   return underLocks( Kel::flags0, stage, std::uint32_t( 0 ), [ lhs ]( Kel::PyLockAnchor& ) {
+   return underLocks( Kel::flags0, stage, std::uint32_t( 0 ), [lhs]( Kel::PyLockAnchor& ) {
       return static_cast< std::uint32_t >( PyGenericIfToGenericIf( lhs )->hash() );
    } );
 }
@@ -81,8 +80,7 @@ std::uint32_t pyGenericIfHash( PyGenericIf* lhs ) {
 PyObject* pyGenericIfStrRep( PyGenericIf* lhs ) {
    KEL_ASSERT( lhs );
    Stage const stage( kelTypeOf( reinterpret_cast< PyObject* >( lhs ) ), "" );
-   return underLocks( Kel::flags0, stage, noObject,
-                      [ lhs ]( Kel::PyLockAnchor& locks ) {
+   return underLocks( Kel::flags0, stage, noObject, [lhs]( Kel::PyLockAnchor& locks ) {
       auto const text = PyGenericIfToGenericIf( lhs )->strRep();
       locks.gilHeldIs( true );
       return PyStr_FromKelString( text );
@@ -99,8 +97,7 @@ PyObject* PyGenericIf_ptr_str( PyObject* self ) {
       return nullptr;
    }
    return PyString_FromFormat( "<%s of type %s (%s)>", PyString_AS_STRING( text.get() ),
-                               kelTypeOf( self ).fullTypeName(),
-                               asWrapper( self )->gif->isConst() ? "const" : "non-const" );
+      kelTypeOf( self ).fullTypeName(), asWrapper( self )->gif->isConst() ? "const" : "non-const" );
 }
 
 // A value that can still change has no hash that would stay right.
@@ -128,17 +125,20 @@ Kel::String fullNameOf( PyObject* entity ) {
 
 bool namesInOrder( Kel::String const& a, Kel::String const& b, int op ) {
    switch( op ) {
-    case Py_LT: return a < b;
-    case Py_LE: return !( b < a );
-    case Py_GT: return b < a;
-    default: return !( a < b );
+   case Py_LT:
+      return a < b;
+   case Py_LE:
+      return !( b < a );
+   case Py_GT:
+      return b < a;
+   default:
+      return !( a < b );
    }
 }
 
 PyObject* compareEntities( PyObject* self, PyObject* other, int op ) {
    Stage const stage( kelTypeOf( self ), "" );
-   return underLocks( Kel::flags0, stage, noObject,
-                      [ & ]( Kel::PyLockAnchor& locks ) {
+   return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
       Kel::String const name = fullNameOf( self );
       Kel::String const otherName = fullNameOf( other );
       locks.gilHeldIs( true );
@@ -148,12 +148,18 @@ PyObject* compareEntities( PyObject* self, PyObject* other, int op ) {
 
 PyObject* compareAddresses( std::uintptr_t a, std::uintptr_t b, int op ) {
    switch( op ) {
-    case Py_LT: return PyBool_FromLong( a < b );
-    case Py_LE: return PyBool_FromLong( a <= b );
-    case Py_EQ: return PyBool_FromLong( a == b );
-    case Py_NE: return PyBool_FromLong( a != b );
-    case Py_GT: return PyBool_FromLong( a > b );
-    default: return PyBool_FromLong( a >= b );
+   case Py_LT:
+      return PyBool_FromLong( a < b );
+   case Py_LE:
+      return PyBool_FromLong( a <= b );
+   case Py_EQ:
+      return PyBool_FromLong( a == b );
+   case Py_NE:
+      return PyBool_FromLong( a != b );
+   case Py_GT:
+      return PyBool_FromLong( a > b );
+   default:
+      return PyBool_FromLong( a >= b );
    }
 }
 
@@ -162,7 +168,7 @@ PyObject* notImplemented() {
    return Py_NotImplemented;
 }
 
-}  // namespace
+} // namespace
 
 PyObject* PyGenericIf_ptr_richcompare( PyObject* self, PyObject* other, int op ) {
    Kel::KelType const otherType = kelTypeOf( other );
@@ -174,7 +180,7 @@ PyObject* PyGenericIf_ptr_richcompare( PyObject* self, PyObject* other, int op )
       return compareEntities( self, other, op );
    }
    return compareAddresses( reinterpret_cast< std::uintptr_t >( addressOf( self ) ),
-                            reinterpret_cast< std::uintptr_t >( addressOf( other ) ), op );
+      reinterpret_cast< std::uintptr_t >( addressOf( other ) ), op );
 }
 
 constinit PyNumberMethods PyGenericIf_ptr_number = {
@@ -192,7 +198,7 @@ Kel::PtrInterface const* countedObject( Kel::GenericIf const& gif ) {
    return object;
 }
 
-}  // namespace
+} // namespace
 
 PyObject* PyGenericIf_references( PyObject* self, PyObject* ) {
    Kel::KelType const type = kelTypeOfSelf( self );
@@ -200,8 +206,7 @@ PyObject* PyGenericIf_references( PyObject* self, PyObject* ) {
       return nullptr;
    }
    Stage const stage( type, "references: " );
-   return underLocks( Kel::flags0, stage, noObject,
-                      [ & ]( Kel::PyLockAnchor& locks ) -> PyObject* {
+   return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) -> PyObject* {
       if( type.isValue() || type.isBuiltinType() || type.isEnumType() ) {
          locks.gilHeldIs( true );
          PyErr_SetString( PyExc_NotImplementedError, "cannot get references for object of value, "
@@ -215,8 +220,8 @@ PyObject* PyGenericIf_references( PyObject* self, PyObject* ) {
    } );
 }
 
-int Convert_To_PtrInterface_Or_Null_helper( PyObject* o, Kel::PtrInterface** out,
-                                            Kel::KelType type ) {
+int Convert_To_PtrInterface_Or_Null_helper(
+   PyObject* o, Kel::PtrInterface** out, Kel::KelType type ) {
    KEL_ASSERT( !type.isValue() );
    if( o == Py_None ) {
       *out = nullptr;
@@ -239,8 +244,7 @@ PyObject* copyValue( PyObject* object, bool isConst ) {
       return nullptr;
    }
    Stage const stage( type, "" );
-   return underLocks( Kel::flags0, stage, noObject,
-                      [ & ]( Kel::PyLockAnchor& locks ) {
+   return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
       auto copy = type.genericIf( static_cast< void const* >( addressOf( object ) ), isConst );
       locks.gilHeldIs( true );
       return MakePyGenericIf( std::move( copy ) );
@@ -255,18 +259,17 @@ PyObject* copyPtr( PyObject* object, bool isConst ) {
    }
    void* const address = addressOf( object );
    Stage const stage( type, "" );
-   return underLocks( Kel::flags0, stage, noObject,
-                      [ & ]( Kel::PyLockAnchor& locks ) {
-      auto view = type.hasOwnPtrInterface()
-                     ? type.genericIf( static_cast< void const* >( address ), isConst )
-                     : Kel::KelType::genericIf( static_cast< Kel::PtrInterface* >( address ),
-                                                isConst );
+   return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
+      auto view =
+         type.hasOwnPtrInterface()
+            ? type.genericIf( static_cast< void const* >( address ), isConst )
+            : Kel::KelType::genericIf( static_cast< Kel::PtrInterface* >( address ), isConst );
       locks.gilHeldIs( true );
       return MakePyGenericIf( std::move( view ) );
    } );
 }
 
-}  // namespace
+} // namespace
 
 PyObject* constValue( PyObject*, PyObject* object ) {
    return copyValue( object, true );

@@ -1,5 +1,5 @@
-// The wrapper: a small Python object that holds one runtime object or value. Entered with the GIL held;
-// what calls into the runtime takes the activity lock for itself, with the GIL released.
+// The wrapper: a small Python object that holds one runtime object or value. Entered with the GIL
+// held; what calls into the runtime takes the activity lock for itself, with the GIL released.
 #pragma once
 
 #include <kelpy/core/PyPython.h>
@@ -14,9 +14,8 @@
 #include <kelpy/core/KelPyExport.h>
 
 struct PyGenericIf {
-   PyObject_HEAD
-   Kel::Ptr< Kel::GenericIf > gif;  // never null in a live wrapper
-   Kel::KelType reserved;           // room for the type of an entity future, see PyEntityFuture.h
+   PyObject_HEAD Kel::Ptr< Kel::GenericIf > gif; // never null in a live wrapper
+   Kel::KelType reserved; // room for the type of an entity future, see PyEntityFuture.h
 };
 static_assert( sizeof( PyGenericIf ) == PyGenericIf_basicsize );
 
@@ -40,8 +39,8 @@ inline Kel::Ptr< Kel::GenericIf > PyGenericIfToGenericIf( PyGenericIf const* obj
    return object->gif;
 }
 
-// For a method whose object may have become a failed mount since the method was read: the runtime type
-// of its class, null with a TypeError for an object that is not wrapped.
+// For a method whose object may have become a failed mount since the method was read: the runtime
+// type of its class, null with a TypeError for an object that is not wrapped.
 KELPY_API Kel::KelType kelTypeOfSelf( PyObject* self );
 
 // 32 bits; 0 with a Python error after a failure. `lhs` must not be null.
@@ -49,10 +48,10 @@ KELPY_API std::uint32_t pyGenericIfHash( PyGenericIf* lhs );
 // The runtime's text as a new `str`, or null with a Python error. `lhs` must not be null.
 KELPY_API PyObject* pyGenericIfStrRep( PyGenericIf* lhs );
 
-// Converters for "O&" of a pointer to T, or None for null: 1, or 0 with a TypeError. The pointer lives
-// as long as the object.
-KELPY_API int Convert_To_PtrInterface_Or_Null_helper( PyObject* o, Kel::PtrInterface** out,
-                                                      Kel::KelType type );
+// Converters for "O&" of a pointer to T, or None for null: 1, or 0 with a TypeError. The pointer
+// lives as long as the object.
+KELPY_API int Convert_To_PtrInterface_Or_Null_helper(
+   PyObject* o, Kel::PtrInterface** out, Kel::KelType type );
 template< class T >
 int Convert_To_PtrInterface_Or_Null( PyObject* o, T** out ) {
    Kel::PtrInterface* object = nullptr;
@@ -63,8 +62,8 @@ int Convert_To_PtrInterface_Or_Null( PyObject* o, T** out ) {
    return 1;
 }
 
-// Module functions: a new object each time. `const` and `nonConst` copy a value, the others make a new
-// view of the same object.
+// Module functions: a new object each time. `const` and `nonConst` copy a value, the others make a
+// new view of the same object.
 PyObject* constValue( PyObject* module, PyObject* object );
 PyObject* nonConstValue( PyObject* module, PyObject* object );
 PyObject* constPtr( PyObject* module, PyObject* object );

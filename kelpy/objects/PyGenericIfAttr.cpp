@@ -12,7 +12,7 @@ PyObject* asObject( PyGenericIf* wrapper ) {
    return reinterpret_cast< PyObject* >( wrapper );
 }
 
-}  // namespace
+} // namespace
 
 PyObject* MakePyGenericIfAttr( PyTypeObject* type, PyGenericIf* parent, Kel::KelAttr attr ) {
    PyObject* const self = type->tp_alloc( type, 0 );

@@ -1,5 +1,5 @@
-// The record of what a collection or function attribute reads as: an object and one of its attributes.
-// GIL; nothing of the runtime is touched.
+// The record of what a collection or function attribute reads as: an object and one of its
+// attributes. GIL; nothing of the runtime is touched.
 #pragma once
 
 #include <kelpy/core/PyPython.h>
@@ -9,15 +9,14 @@
 #include <kelpy/objects/PyGenericIf.h>
 
 struct PyGenericIfAttr {
-   PyObject_HEAD
-   PyGenericIf* parent;  // owned; null for a static attribute
+   PyObject_HEAD PyGenericIf* parent; // owned; null for a static attribute
    Kel::KelAttr kelAttr;
 };
 
-// A new object of one of the four types with this record, or null with a Python error. `parent` may be
-// null.
-KELPY_API PyObject* MakePyGenericIfAttr( PyTypeObject* type, PyGenericIf* parent,
-                                         Kel::KelAttr attr );
+// A new object of one of the four types with this record, or null with a Python error. `parent` may
+// be null.
+KELPY_API PyObject* MakePyGenericIfAttr(
+   PyTypeObject* type, PyGenericIf* parent, Kel::KelAttr attr );
 
 // Slots and getters of the four types.
 void PyGenericIfAttr_dealloc( PyObject* self );

@@ -1,5 +1,5 @@
-// _Kel.Function, what a function attribute reads as. Entered with the GIL held; the runtime's function
-// runs under the activity lock without it.
+// _Kel.Function, what a function attribute reads as. Entered with the GIL held; the runtime's
+// function runs under the activity lock without it.
 #include <kelpy/objects/PyGenericIfAttr.h>
 
 #include <kelpy/convert/GenericIfToPyObject.h>
@@ -21,8 +21,8 @@ PyObject* PyGenericIfFunction_repr( PyObject* self ) {
    if( !text ) {
       return nullptr;
    }
-   return PyString_FromFormat( "method(%s,'%s')", PyString_AS_STRING( text.get() ),
-                               asFunction( self )->kelAttr.name() );
+   return PyString_FromFormat(
+      "method(%s,'%s')", PyString_AS_STRING( text.get() ), asFunction( self )->kelAttr.name() );
 }
 
 PyObject* PyGenericIfFunction_str( PyObject* self ) {
@@ -34,7 +34,7 @@ PyObject* PyGenericIfFunction_str( PyObject* self ) {
       return PyString_FromFormat( "<%s '%s' of type '%s'>", cls, attr.name(), scope );
    }
    return PyString_FromFormat( "<%s '%s' of type '%s' at %p>", cls, attr.name(), scope,
-                               static_cast< void* >( parent->gif.get() ) );
+      static_cast< void* >( parent->gif.get() ) );
 }
 
 // False with a Python error.
@@ -55,9 +55,9 @@ PyObject* PyGenericIfFunction_call( PyObject* self, PyObject* args, PyObject* kw
    Kel::KelAttr const attr = asFunction( self )->kelAttr;
    PyGenericIf const* const parent = asFunction( self )->parent;
    Stage stage( attr, "resolution: " );
-   return guarded( stage, noObject, [ & ] {
+   return guarded( stage, noObject, [&] {
       MountProxyAnchor const proxies( args );
-      return underLocks( Kel::flags0, stage, noObject, [ & ]( Kel::PyLockAnchor& locks ) {
+      return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
          stage.is( "function args: " );
          auto const arguments = PyTupleToGenericIfVector( proxies.resolved(), attr );
          stage.is( "" );
@@ -74,7 +74,7 @@ constinit PyGetSetDef PyGenericIfFunction_getset[] = {
    {},
 };
 
-}  // namespace
+} // namespace
 
 constinit PyTypeObject PyGenericIfFunctionType = {
    .ob_refcnt = 1,

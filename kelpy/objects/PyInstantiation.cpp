@@ -1,5 +1,5 @@
-// Calls of classes: the objects that Python makes in the runtime. Entered with the GIL held; the object
-// is constructed under the activity lock without it.
+// Calls of classes: the objects that Python makes in the runtime. Entered with the GIL held; the
+// object is constructed under the activity lock without it.
 #include <kelpy/objects/PyGenericIf.h>
 
 #include <cstring>
@@ -35,12 +35,12 @@ Kel::Ptr< Kel::GenericIf > constructed( Kel::KelType type, PyObject* args ) {
 // A new wrapper of the class of what the runtime made, or null with a Python error.
 PyObject* construct( Kel::KelType type, PyObject* args ) {
    Stage stage( type, "resolution: " );
-   return guarded( stage, noObject, [ & ] {
+   return guarded( stage, noObject, [&] {
       MountProxyAnchor const proxies( args );
       PyObject* const resolvedCtorArgs = proxies.resolved();
-      return underLocks( Kel::flags0, stage, noObject, [ & ]( Kel::PyLockAnchor& locks ) {
-         KEL_ASSERT( PyType_FastSubclass( Py_TYPE( resolvedCtorArgs ),
-                                          Py_TPFLAGS_TUPLE_SUBCLASS ) );
+      return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
+         KEL_ASSERT(
+            PyType_FastSubclass( Py_TYPE( resolvedCtorArgs ), Py_TPFLAGS_TUPLE_SUBCLASS ) );
          stage.is( "" );
          auto gif = constructed( type, resolvedCtorArgs );
          locks.gilHeldIs( true );
@@ -70,9 +70,9 @@ void explainRefusal( Kel::KelType type, char const* name ) {
    }
    PyErr_Clear();
    PyErr_Format( PyExc_NotImplementedError,
-                 "cannot mutate non-writable constructor parameter %s.%s; to call the non-default "
-                 "constructor, pass the constructor parameters as positional arguments",
-                 type.fullTypeName(), name );
+      "cannot mutate non-writable constructor parameter %s.%s; to call the non-default "
+      "constructor, pass the constructor parameters as positional arguments",
+      type.fullTypeName(), name );
 }
 
 // False with a Python error.
@@ -107,7 +107,7 @@ bool assignKeywords( PyObject* object, Kel::KelType type, PyObject* kwds ) {
    return true;
 }
 
-}  // namespace
+} // namespace
 
 PyObject* PyGenericIf_new( PyTypeObject* cls, PyObject* args, PyObject* kwds ) {
    Kel::KelType const type = kelTypeOfClass( cls );

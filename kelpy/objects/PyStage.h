@@ -1,5 +1,5 @@
-// The shape of an entry that calls the runtime: guards, body, and one handler that names the stage that
-// failed. Entered with the GIL held and left with it held.
+// The shape of an entry that calls the runtime: guards, body, and one handler that names the stage
+// that failed. Entered with the GIL held and left with it held.
 #pragma once
 
 #include <kelpy/core/PyPython.h>
@@ -15,8 +15,8 @@ inline constexpr PyObject* noObject = nullptr;
 // For failures whose text names neither type nor attribute.
 struct NoSubject {};
 
-// The stage that an operation is in: what stands in front of the text of a failure. `Subject` is the
-// type or attribute that the operation works on.
+// The stage that an operation is in: what stands in front of the text of a failure. `Subject` is
+// the type or attribute that the operation works on.
 template< class Subject >
 class Stage {
  public:
@@ -50,11 +50,12 @@ Result guarded( Stage< Subject > const& stage, Result failure, Body body ) noexc
    }
 }
 
-// Runs `body` with the activity lock held and, for flags 0, without the GIL; it gets the anchor, to take
-// the GIL back before it touches Python. What it throws is translated while the lock is still held.
+// Runs `body` with the activity lock held and, for flags 0, without the GIL; it gets the anchor, to
+// take the GIL back before it touches Python. What it throws is translated while the lock is still
+// held.
 template< class Subject, class Result, class Body >
 Result underLocks( Kel::PyLockAnchor::Flags flags, Stage< Subject > const& stage, Result failure,
-                   Body body ) noexcept {
+   Body body ) noexcept {
    try {
       Kel::PyLockAnchor locks( flags );
       try {

@@ -38,8 +38,8 @@ PyObject* operationLacking( Kel::KelType type, Op opId, PyObject* resolvedRhs ) 
 }
 
 // Without the GIL; it is back at the end.
-PyObject* arithmeticOp( Kel::PyLockAnchor& locks, PyGenericIf* lhs, Kel::KelType type, Op opId,
-                        PyObject* resolvedRhs ) {
+PyObject* arithmeticOp(
+   Kel::PyLockAnchor& locks, PyGenericIf* lhs, Kel::KelType type, Op opId, PyObject* resolvedRhs ) {
    Kel::Ptr< Kel::GenericIf > result;
    try {
       auto const rhs = operand( resolvedRhs, type );
@@ -52,15 +52,15 @@ PyObject* arithmeticOp( Kel::PyLockAnchor& locks, PyGenericIf* lhs, Kel::KelType
    return GenericIfToPyObject( std::move( result ), true );
 }
 
-}  // namespace
+} // namespace
 
 PyObject* pyGenericIfArithmeticOp( PyGenericIf* lhs, Op opId, PyObject* rhs ) {
    KEL_ASSERT( lhs );
    Kel::KelType const type = kelTypeOf( asObject( lhs ) );
    Stage stage( type, "resolution: " );
-   return guarded( stage, noObject, [ & ] {
+   return guarded( stage, noObject, [&] {
       MountProxyAnchor const proxy( rhs );
-      return underLocks( Kel::flags0, stage, noObject, [ & ]( Kel::PyLockAnchor& locks ) {
+      return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
          stage.is( "" );
          return arithmeticOp( locks, lhs, type, opId, proxy.resolved() );
       } );
@@ -71,9 +71,9 @@ int pyGenericIfBooleanOp( PyGenericIf* lhs, Op opId, PyObject* rhs ) {
    KEL_ASSERT( lhs );
    Kel::KelType const type = kelTypeOf( asObject( lhs ) );
    Stage stage( type, "resolution: " );
-   return guarded( stage, -1, [ & ] {
+   return guarded( stage, -1, [&] {
       MountProxyAnchor const proxy( rhs );
-      return underLocks( Kel::flags0, stage, -1, [ & ]( Kel::PyLockAnchor& ) -> int {
+      return underLocks( Kel::flags0, stage, -1, [&]( Kel::PyLockAnchor& ) -> int {
          stage.is( "" );
          auto const resolvedRhs = operand( proxy.resolved(), type );
          return type.genericIfBooleanOp( PyGenericIfToGenericIf( lhs ), opId, resolvedRhs );
@@ -83,7 +83,8 @@ int pyGenericIfBooleanOp( PyGenericIf* lhs, Op opId, PyObject* rhs ) {
 
 namespace {
 
-// Raises a TypeError of that format in place of a pending NotImplementedError; any other error stands.
+// Raises a TypeError of that format in place of a pending NotImplementedError; any other error
+// stands.
 void explainLack( char const* format, Kel::KelType type ) {
    if( PyErr_ExceptionMatches( PyExc_NotImplementedError ) ) {
       PyErr_Clear();
@@ -120,13 +121,20 @@ int lessOrEqual( PyObject* x, PyObject* y, PyObject* a, PyObject* b ) {
 // 1, 0, or -1 with a Python error.
 int compare( PyObject* a, PyObject* b, int op ) {
    switch( op ) {
-    case Py_LT: return less( a, b );
-    case Py_LE: return lessOrEqual( a, b, a, b );
-    case Py_EQ: return equal( a, b );
-    case Py_NE: return notEqual( a, b );
-    case Py_GT: return less( b, a );
-    case Py_GE: return lessOrEqual( b, a, a, b );
-    default: break;
+   case Py_LT:
+      return less( a, b );
+   case Py_LE:
+      return lessOrEqual( a, b, a, b );
+   case Py_EQ:
+      return equal( a, b );
+   case Py_NE:
+      return notEqual( a, b );
+   case Py_GT:
+      return less( b, a );
+   case Py_GE:
+      return lessOrEqual( b, a, a, b );
+   default:
+      break;
    }
    KEL_ASSERT( false );
    __builtin_unreachable();
@@ -144,7 +152,7 @@ PyObject* PyGenericIf_invert( PyObject* self ) {
    return pyGenericIfArithmeticOp( asWrapper( self ), Op::operatorCompl_, nullptr );
 }
 
-}  // namespace
+} // namespace
 
 PyObject* PyGenericIf_value_richcompare( PyObject* self, PyObject* other, int op ) {
    if( Py_TYPE( self ) != Py_TYPE( other ) ) {

@@ -1,5 +1,5 @@
-// What values do beyond other wrappers: arithmetic, comparison, truth, copies, gNMI forms. Entered with
-// the GIL held; each call into the runtime takes the activity lock for itself.
+// What values do beyond other wrappers: arithmetic, comparison, truth, copies, gNMI forms. Entered
+// with the GIL held; each call into the runtime takes the activity lock for itself.
 #pragma once
 
 #include <kelpy/core/PyPython.h>
@@ -8,14 +8,14 @@
 #include <kelpy/core/KelPyExport.h>
 #include <kelpy/objects/PyGenericIf.h>
 
-// A new reference, NotImplemented where the type lacks the operation, or null with a Python error. A
-// null `rhs` means a unary operation, whose lack is a TypeError.
-KELPY_API PyObject* pyGenericIfArithmeticOp( PyGenericIf* lhs, Kel::GenericIf::AttributeOp opId,
-                                             PyObject* rhs );
-// 1, 0, or -1 with a Python error, NotImplementedError where the type lacks the operation. A null `rhs`
-// means a unary test.
-KELPY_API int pyGenericIfBooleanOp( PyGenericIf* lhs, Kel::GenericIf::AttributeOp opId,
-                                    PyObject* rhs );
+// A new reference, NotImplemented where the type lacks the operation, or null with a Python error.
+// A null `rhs` means a unary operation, whose lack is a TypeError.
+KELPY_API PyObject* pyGenericIfArithmeticOp(
+   PyGenericIf* lhs, Kel::GenericIf::AttributeOp opId, PyObject* rhs );
+// 1, 0, or -1 with a Python error, NotImplementedError where the type lacks the operation. A null
+// `rhs` means a unary test.
+KELPY_API int pyGenericIfBooleanOp(
+   PyGenericIf* lhs, Kel::GenericIf::AttributeOp opId, PyObject* rhs );
 
 // The methods __copy__ and __deepcopy__.
 PyObject* PyGenericIf_copy( PyObject* self, PyObject* noArgs );

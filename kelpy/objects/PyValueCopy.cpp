@@ -25,7 +25,7 @@ bool containsPtr( Kel::KelType type ) {
 
 PyObject* newCopy( PyObject* self, Kel::KelType type ) {
    Stage const stage( type, "" );
-   return underLocks( Kel::flags0, stage, noObject, [ & ]( Kel::PyLockAnchor& locks ) {
+   return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
       auto const gif = PyGenericIfToGenericIf( reinterpret_cast< PyGenericIf* >( self ) );
       auto copy = type.genericIf( static_cast< void const* >( gif->voidPtrIs( type ) ), false );
       locks.gilHeldIs( true );
@@ -41,7 +41,7 @@ PyObject* PyGenericIf_copyHelper( PyObject* self, bool deep ) {
    }
    if( !type.isValue() || ( deep && containsPtr( type ) ) ) {
       PyErr_Format( PyExc_TypeError, "%s objects cannot be %scopied", type.fullTypeName(),
-                    deep ? "deep " : "" );
+         deep ? "deep " : "" );
       return nullptr;
    }
    if( reinterpret_cast< PyGenericIf* >( self )->gif->isConst() ) {
@@ -51,7 +51,7 @@ PyObject* PyGenericIf_copyHelper( PyObject* self, bool deep ) {
    return newCopy( self, type );
 }
 
-}  // namespace
+} // namespace
 
 PyObject* PyGenericIf_copy( PyObject* self, PyObject* ) {
    return PyGenericIf_copyHelper( self, false );

@@ -16,7 +16,7 @@ PyGenericIf* asWrapper( PyObject* object ) {
 // Of a union's attribute: 1, 0, or -1 with a Python error.
 int isLiveAlternative( PyObject* self, Kel::KelAttr attr ) {
    Stage const stage( attr, "" );
-   return underLocks( Kel::flags0, stage, -1, [ & ]( Kel::PyLockAnchor& ) -> int {
+   return underLocks( Kel::flags0, stage, -1, [&]( Kel::PyLockAnchor& ) -> int {
       return attr.genericIfUnionAlternative( PyGenericIfToGenericIf( asWrapper( self ) ) );
    } );
 }
@@ -35,8 +35,8 @@ bool appendItem( std::string& items, PyObject* self, Kel::KelAttr attr ) {
    if( !value ) {
       return false;
    }
-   auto const text = PyRef::steal( PyLong_Check( value.get() ) ? PyObject_Str( value.get() )
-                                                               : PyObject_Repr( value.get() ) );
+   auto const text = PyRef::steal(
+      PyLong_Check( value.get() ) ? PyObject_Str( value.get() ) : PyObject_Repr( value.get() ) );
    bool const isText = PyString_Check( value.get() );
    value = PyRef();
    char const* const chars = text ? PyString_AsString( text.get() ) : nullptr;
@@ -51,12 +51,12 @@ bool appendItem( std::string& items, PyObject* self, Kel::KelAttr attr ) {
    return true;
 }
 
-}  // namespace
+} // namespace
 
 // Each attribute is read on its own, so a concurrent writer can make the items disagree.
 PyObject* PyGenericIf_value_repr( PyObject* self ) {
    Kel::KelType const type = kelTypeOf( self );
-   return guarded( Stage( type, "" ), noObject, [ & ]() -> PyObject* {
+   return guarded( Stage( type, "" ), noObject, [&]() -> PyObject* {
       std::string items;
       for( Kel::KelType::AttributeQIterator i( type ); i; ++i ) {
          int const printed = isPrinted( self, type, *i );
@@ -78,7 +78,7 @@ PyObject* PyGenericIf_valueToGnmiString( PyObject* self, PyObject* ) {
       return nullptr;
    }
    Stage const stage( type, "" );
-   return underLocks( Kel::flags0, stage, noObject, [ self ]( Kel::PyLockAnchor& locks ) {
+   return underLocks( Kel::flags0, stage, noObject, [self]( Kel::PyLockAnchor& locks ) {
       std::string const text = PyGenericIfToGenericIf( asWrapper( self ) )->gnmiStrRep();
       locks.gilHeldIs( true );
       return PyString_FromString( text.c_str() );
@@ -91,11 +91,11 @@ PyObject* PyGenericIf_valueToGnmiBytes( PyObject* self, PyObject* ) {
       return nullptr;
    }
    Stage const stage( type, "" );
-   return underLocks( Kel::flags0, stage, noObject, [ self ]( Kel::PyLockAnchor& locks ) {
+   return underLocks( Kel::flags0, stage, noObject, [self]( Kel::PyLockAnchor& locks ) {
       auto const bytes = PyGenericIfToGenericIf( asWrapper( self ) )->gnmiByterep();
       locks.gilHeldIs( true );
       return PyString_FromStringAndSize( reinterpret_cast< char const* >( bytes.data() ),
-                                         static_cast< Py_ssize_t >( bytes.size() ) );
+         static_cast< Py_ssize_t >( bytes.size() ) );
    } );
 }
 
@@ -106,25 +106,25 @@ Kel::KelAttr findJsonAttr( PyObject* object, char const* name ) {
    Kel::KelType const type = kelTypeOf( object );
    if( !type ) {
       PyErr_Format( PyExc_AttributeError,
-                    "first argument was expected to be kelc-Python object, got '%s'",
-                    Py_TYPE( object )->tp_name );
+         "first argument was expected to be kelc-Python object, got '%s'",
+         Py_TYPE( object )->tp_name );
       return {};
    }
    Kel::KelAttr const attr = type.attr( name );
    if( !attr ) {
-      PyErr_Format( PyExc_AttributeError, "'%s' object has no attribute '%s'",
-                    type.fullTypeName(), name );
+      PyErr_Format(
+         PyExc_AttributeError, "'%s' object has no attribute '%s'", type.fullTypeName(), name );
       return {};
    }
    if( !attr.flag( Kel::AttrFlag::toGnmiJsonString ) ) {
-      PyErr_Format( PyExc_NotImplementedError, "'%s' attribute has no gnmiJsonString function",
-                    name );
+      PyErr_Format(
+         PyExc_NotImplementedError, "'%s' attribute has no gnmiJsonString function", name );
       return {};
    }
    return attr;
 }
 
-}  // namespace
+} // namespace
 
 PyObject* PyGenericIf_gnmiJsonString( PyObject*, PyObject* args ) {
    PyObject* object = nullptr;
@@ -137,7 +137,7 @@ PyObject* PyGenericIf_gnmiJsonString( PyObject*, PyObject* args ) {
       return nullptr;
    }
    Stage const stage( attr, "" );
-   return underLocks( Kel::flags0, stage, noObject, [ & ]( Kel::PyLockAnchor& locks ) {
+   return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
       Kel::String const text =
          attr.genericIfGnmiJsonString( PyGenericIfToGenericIf( asWrapper( object ) ) );
       locks.gilHeldIs( true );
