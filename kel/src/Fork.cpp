@@ -101,6 +101,7 @@ void afterForkInParent() noexcept {
 }
 
 void afterForkInChild() noexcept {
+   Impl::forgetThreadId();
    ForkState& state = forkState;
    activityLock()->resetAfterFork( state.ownsLock );
    runAfterFork( state, &Handlers::child );

@@ -14,14 +14,10 @@ namespace {
 constinit Lock activityLock_;
 constinit thread_local pid_t threadId = 0;
 
-void forgetThreadId() {
-   threadId = 0;
-}
-
-// The child's one thread has the parent's thread storage, but an id of its own. Registered before any
-// other handler, since theirs may ask for the id.
+// The child's one thread has the parent's thread storage, but an id of its own. Registered before
+// any other handler, since theirs may ask for the id.
 [[gnu::constructor( 101 )]] void watchForks() {
-   int const error = pthread_atfork( nullptr, nullptr, forgetThreadId );
+   int const error = pthread_atfork( nullptr, nullptr, Impl::forgetThreadId );
    KEL_ASSERT( error == 0 );
 }
 
@@ -73,6 +69,10 @@ UnlockAnchor::~UnlockAnchor() {
 
 Lock* activityLock() noexcept {
    return &activityLock_;
+}
+
+void Impl::forgetThreadId() noexcept {
+   threadId = 0;
 }
 
 pid_t Impl::gettid() noexcept {

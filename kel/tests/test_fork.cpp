@@ -93,14 +93,14 @@ TEST_F( Fork, lastsUntilAnotherThreadHasReleasedTheLock ) {
    holder.join();
 }
 
-TEST_F( Fork, holdsTheLockWhileItHappens ) {
-   static int duringPrepare = 0;
+TEST_F( Fork, runsHandlersWithoutHoldingTheLock ) {
+   static int inHandler = 0;
    auto const outcome = inChild( [] {
       static int inParent = 0;
-      registerAtForkHandler( [] { duringPrepare = seen(); }, [] { inParent = seen(); },
-         [] { duringPrepare = seen(); }, 1 );
-      auto const inner = inChild( [] { return duringPrepare; } );
-      return inner.exitCode() == seenFree && duringPrepare == seenFree && inParent == seenFree;
+      registerAtForkHandler(
+         [] { inHandler = seen(); }, [] { inParent = seen(); }, [] { inHandler = seen(); }, 1 );
+      auto const inner = inChild( [] { return inHandler; } );
+      return inner.exitCode() == seenFree && inHandler == seenFree && inParent == seenFree;
    } );
    EXPECT_EQ( outcome.exitCode(), 1 );
 }

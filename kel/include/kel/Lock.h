@@ -75,6 +75,8 @@ namespace Impl {
 
 // The kernel's id of this thread, kept per thread; right in a forked child too.
 KEL_API pid_t gettid() noexcept;
+// For the runtime's own fork handlers, which may run in the child before the one that does this.
+void forgetThreadId() noexcept;
 
 } // namespace Impl
 
