@@ -170,7 +170,11 @@ Ptr< GenericIf > construct( ArgVector const& args, bool isConst ) {
    using Types = typename Decl::Ctor::Types;
    if constexpr( Decl::kind == TypeKind::value ) {
       return withArgs< Types >( args, [ & ]( auto&&... values ) {
-         return makeValue< T >( isConst, T( std::forward< decltype( values ) >( values )... ) );
+         if constexpr( std::is_constructible_v< T, decltype( values )... > ) {
+            return makeValue< T >( isConst, T( std::forward< decltype( values ) >( values )... ) );
+         } else {
+            return makeValue< T >( isConst, T{ std::forward< decltype( values ) >( values )... } );
+         }
       } );
    } else {
       return withArgs< Types >( args, [ & ]( auto&&... values ) {
