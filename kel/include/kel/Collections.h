@@ -190,12 +190,26 @@ class SetOf : public Map< K, bool > {
    void add( K const& element ) { set( element, true ); }
 };
 
-// P is Ptr< T > or Ptr< T const >; `key` a const member function or member of T that does not change
+// The type of the key that a member or const member function gives. It asks nothing of the class, which
+// may be incomplete: a class may have a collection of itself.
+template< class KeyOf >
+struct KeyTypeOf;
+template< class C, class K >
+struct KeyTypeOf< K C::* > {
+   using Type = std::remove_cvref_t< K >;
+};
+template< class C, class K >
+struct KeyTypeOf< K ( C::* )() const > {
+   using Type = std::remove_cvref_t< K >;
+};
+template< class C, class K >
+struct KeyTypeOf< K ( C::* )() const noexcept > : KeyTypeOf< K ( C::* )() const > {};
+
+// P is Ptr< T > or Ptr< T const >; `keyOf` a member or const member function of T that does not change
 // while the object is a member.
 template< class P, auto keyOf >
 struct PtrNode : HashMap2018Node {
-   using Key = std::remove_cvref_t< decltype( std::invoke(
-      keyOf, *std::declval< typename P::element_type const* >() ) ) >;
+   using Key = typename KeyTypeOf< decltype( keyOf ) >::Type;
    using Member = P;
 
    explicit PtrNode( P member )
