@@ -27,8 +27,7 @@ constinit PyGetSetDef PyGenericIf_getset[] = {
 PyObject* PyGenericIf_builtin_new( PyTypeObject* cls, PyObject*, PyObject* ) {
    Kel::KelType const type = kelTypeOfClass( cls );
    KEL_ASSERT( type.isBuiltinType() || type.isEnumType() );
-   PyErr_SetString( PyExc_NotImplementedError,
-                    "cannot construct object of built-in or enum type" );
+   PyErr_SetString( PyExc_NotImplementedError, "cannot construct object of built-in or enum type" );
    return nullptr;
 }
 
@@ -70,7 +69,7 @@ void setDefaultCollectionSlots( PyTypeObject& cls, Kel::KelType type ) {
    cls.tp_getset = PyGenericIf_defaultCollection_getset;
 }
 
-}  // namespace
+} // namespace
 
 void setClassSlots( PyTypeObject& cls, Kel::KelType type, Kel::KelType baseType ) {
    if( type.isBuiltinType() || type.isEnumType() ) {

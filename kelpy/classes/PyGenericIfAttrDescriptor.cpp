@@ -12,9 +12,8 @@ using Kind = PyGenericIfAttrDescriptor::Kind;
 
 PyObject* PyGenericIfAttrDescriptor_repr( PyObject* object ) {
    auto* self = reinterpret_cast< PyGenericIfAttrDescriptor* >( object );
-   return PyString_FromFormat( "<attribute '%s' of '%s' objects>",
-                               PyString_AS_STRING( self->name ),
-                               self->attr.scope().fullTypeName() );
+   return PyString_FromFormat( "<attribute '%s' of '%s' objects>", PyString_AS_STRING( self->name ),
+      self->attr.scope().fullTypeName() );
 }
 
 // The key in the class's dictionary: a new interned `str`.
@@ -24,7 +23,7 @@ PyObject* descriptorKey( Kel::KelAttr attr, Kind kind ) {
    if( kind == Kind::Attribute ) {
       key = PyString_FromString( name );
    } else {
-      int const first = std::toupper( static_cast< unsigned char >( name[ 0 ] ) );
+      int const first = std::toupper( static_cast< unsigned char >( name[0] ) );
       char const* const format = kind == Kind::NewMember ? "new%c%s" : "add%c%s";
       key = PyString_FromFormat( format, first, name + 1 );
    }
@@ -34,7 +33,7 @@ PyObject* descriptorKey( Kel::KelAttr attr, Kind kind ) {
    return key;
 }
 
-}  // namespace
+} // namespace
 
 // A descriptor lives as long as its class, for ever.
 constinit PyTypeObject PyGenericIfAttrDescriptorType = {

@@ -10,13 +10,13 @@
 
 struct PyGenericIfAttrDescriptor {
    enum class Kind : std::uint32_t {
-      Attribute = 0,  // reads, writes and deletes the attribute
-      NewMember = 1,  // makes a member of an instantiating collection
-      AddMember = 2,  // adds a member to any other collection
+      Attribute = 0, // reads, writes and deletes the attribute
+      NewMember = 1, // makes a member of an instantiating collection
+      AddMember = 2, // adds a member to any other collection
    };
 
    PyObject_HEAD
-   PyObject* name;  // owned; the interned key in the class's dictionary
+   PyObject* name; // owned; the interned key in the class's dictionary
    Kel::KelAttr attr;
    Kind kind;
 };
@@ -25,5 +25,5 @@ extern KELPY_API PyTypeObject PyGenericIfAttrDescriptorType;
 
 // Puts a descriptor of the attribute into a class's dictionary, over what stands under its key.
 // False with a Python error.
-KELPY_API bool addAttrDescriptor( PyObject* dict, Kel::KelAttr attr,
-                                  PyGenericIfAttrDescriptor::Kind kind );
+KELPY_API bool addAttrDescriptor(
+   PyObject* dict, Kel::KelAttr attr, PyGenericIfAttrDescriptor::Kind kind );

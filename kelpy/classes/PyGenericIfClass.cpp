@@ -48,7 +48,7 @@ class UnfinishedClass {
  public:
    // Without memory it is null, with a Python error.
    UnfinishedClass( Kel::KelType type, PyTypeObject* base ) noexcept
-         : cls_( static_cast< PyGenericIfClass* >( PyMem_Malloc( sizeof( PyGenericIfClass ) ) ) ) {
+      : cls_( static_cast< PyGenericIfClass* >( PyMem_Malloc( sizeof( PyGenericIfClass ) ) ) ) {
       if( !cls_ ) {
          PyErr_NoMemory();
          return;
@@ -145,7 +145,7 @@ PyTypeObject* createPyType( Kel::KelType type ) {
    return finished;
 }
 
-}  // namespace
+} // namespace
 
 PyTypeObject* getOrCreatePyType( Kel::KelType type ) {
    assertGilHeld();

@@ -10,7 +10,7 @@
 // A class of a runtime type. Python's own `type` makes a class by calling the metaclass and then
 // needs the whole heap layout, so every class has that room; such a class has a null kelType.
 struct PyGenericIfClass {
-   PyHeapTypeObject head;  // starts with the PyTypeObject, the only part that is used
+   PyHeapTypeObject head; // starts with the PyTypeObject, the only part that is used
    Kel::KelType kelType;
 };
 

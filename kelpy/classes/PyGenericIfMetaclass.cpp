@@ -25,7 +25,7 @@ constinit PyGetSetDef PyGenericIfMetaclass_getset[] = {
    {},
 };
 
-}  // namespace
+} // namespace
 
 constinit PyTypeObject PyGenericIfMetaclass = {
    .ob_refcnt = 1,
@@ -42,7 +42,7 @@ PyObject* attributeTuple( Kel::KelType type ) {
       return PyTuple_New( 0 );
    }
    Kel::KelTypeBase::AttributeQIterator attr( type );
-   return makeTuple( type.attributes(), [ & ] {
+   return makeTuple( type.attributes(), [&] {
       PyObject* const name = PyString_InternFromString( ( *attr ).name() );
       ++attr;
       return name;

@@ -10,4 +10,4 @@ namespace {
    processArgs = { argc, argv };
 }
 
-}  // namespace
+} // namespace

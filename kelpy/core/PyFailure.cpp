@@ -14,14 +14,12 @@
 namespace {
 
 PyRef messageText( Kel::Exception const& exc, char const* prefix ) {
-   return PyRef::steal( PyString_FromFormat( "%s%s(\"%s\")", prefix,
-                                             Kel::demangle( typeid( exc ) ).charPtr(),
-                                             exc.message().charPtr() ) );
+   return PyRef::steal( PyString_FromFormat(
+      "%s%s(\"%s\")", prefix, Kel::demangle( typeid( exc ) ).charPtr(), exc.message().charPtr() ) );
 }
 
 // The instance to raise; null with a Python error.
-PyRef makeInstance( PyObject* cls, Kel::Exception const& exc, char const* prefix,
-                    PyObject* args ) {
+PyRef makeInstance( PyObject* cls, Kel::Exception const& exc, char const* prefix, PyObject* args ) {
    if( args ) {
       return PyRef::steal( PyObject_CallObject( cls, args ) );
    }
@@ -44,18 +42,16 @@ void attachBacktrace( PyObject* instance, Kel::Exception const& exc ) {
 }
 
 // One row of the translation: asserts that no error is pending before it sets one.
-void raise( PyObject* cls, Kel::Exception const& exc, char const* prefix,
-            PyObject* args = nullptr ) {
+void raise(
+   PyObject* cls, Kel::Exception const& exc, char const* prefix, PyObject* args = nullptr ) {
    KEL_ASSERT( !PyErr_Occurred() );
    PyErr_SetBacktrace( cls, exc, prefix, args );
 }
 
 void raiseErrno( Kel::ErrnoException const& exc, char const* prefix ) {
    KEL_ASSERT( !PyErr_Occurred() );
-   PyRef const args =
-      PyRef::steal( Py_BuildValue( "(iss)", exc.errnoValue(),
-                                   errorString( exc.errnoValue() ).c_str(),
-                                   exc.text().charPtr() ) );
+   PyRef const args = PyRef::steal( Py_BuildValue(
+      "(iss)", exc.errnoValue(), errorString( exc.errnoValue() ).c_str(), exc.text().charPtr() ) );
    PyErr_SetBacktrace( PyExc_OSError, exc, prefix, args.get() );
 }
 
@@ -101,13 +97,13 @@ void raiseUnknown( char const* prefix ) {
    KEL_ASSERT( !PyErr_Occurred() );
    char const* const mangled = ti->name();
    PyErr_Format( PyExc_Exception, "%sunknown C++ exception of type '%s'", prefix,
-                 Kel::demangle( *mangled == '*' ? mangled + 1 : mangled ).charPtr() );
+      Kel::demangle( *mangled == '*' ? mangled + 1 : mangled ).charPtr() );
 }
 
-}  // namespace
+} // namespace
 
-void PyErr_SetBacktrace( PyObject* cls, Kel::Exception const& exc, char const* prefix,
-                         PyObject* args ) noexcept {
+void PyErr_SetBacktrace(
+   PyObject* cls, Kel::Exception const& exc, char const* prefix, PyObject* args ) noexcept {
    PyRef const instance = makeInstance( cls, exc, prefix, args );
    if( !instance ) {
       PyErr_SetObject( cls, nullptr );

@@ -26,10 +26,10 @@ KELPY_API void translateCppExceptionToPython( KelType type, char const* prefix )
 // The message starts with type and name of the attribute, then the prefix.
 KELPY_API void translateCppExceptionToPython( KelAttr attr, char const* prefix ) noexcept;
 
-}  // namespace Kel
+} // namespace Kel
 
 // Raises an instance of the Python class `cls`, with the native stack of `exc`, if it has one, as
 // its attribute `backtrace`. The instance is made from `args`, or, where that is null, from one
 // text of prefix, C++ class and message. GIL. A failure on the way raises `cls` without a value.
-KELPY_API void PyErr_SetBacktrace( PyObject* cls, Kel::Exception const& exc, char const* prefix,
-                                   PyObject* args ) noexcept;
+KELPY_API void PyErr_SetBacktrace(
+   PyObject* cls, Kel::Exception const& exc, char const* prefix, PyObject* args ) noexcept;

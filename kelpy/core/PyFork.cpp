@@ -21,7 +21,7 @@ void grabActivityLock() {
    Kel::grabActivityLockBeforeFork();
 }
 
-}  // namespace
+} // namespace
 
 void prepareGilAndActivityLockPosix() {
    if( forkPrepared ) {

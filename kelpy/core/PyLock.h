@@ -31,13 +31,13 @@ class GilUnlockAnchor {
    }
 
  private:
-   PyThreadState* threadState_ = nullptr;  // valid while the GIL is released
+   PyThreadState* threadState_ = nullptr; // valid while the GIL is released
    bool gilHeld_ = true;
 };
 
 // The two forms of PyLockAnchor.
-constexpr LockAnchor::Flags flags0 = LockAnchor::noFlags;        // the body has no GIL
-constexpr LockAnchor::Flags flags4 = LockAnchor::gilHeldInBody;  // the body has both locks
+constexpr LockAnchor::Flags flags0 = LockAnchor::noFlags;       // the body has no GIL
+constexpr LockAnchor::Flags flags4 = LockAnchor::gilHeldInBody; // the body has both locks
 
 // Holds the activity lock for its lifetime, taken with the GIL released. Left with the GIL held:
 // where it has to wait for the GIL at its end, it does so behind the release of the activity
@@ -68,4 +68,4 @@ class GilAnchor {
    PyGILState_STATE state_;
 };
 
-}  // namespace Kel
+} // namespace Kel

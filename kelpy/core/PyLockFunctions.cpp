@@ -11,8 +11,7 @@ namespace {
 
 // Looked up once: scripts call these functions in loops.
 Kel::Lock* exposedLock() {
-   static Kel::Lock* const lock =
-      Kel::ActivityImplFacility::activityManagerSm()->activityLock();
+   static Kel::Lock* const lock = Kel::ActivityImplFacility::activityManagerSm()->activityLock();
    return lock;
 }
 
@@ -26,7 +25,7 @@ bool timedLock( timespec const& until ) {
    return error == 0;
 }
 
-}  // namespace
+} // namespace
 
 PyObject* acquireActivityLock( PyObject*, PyObject* ) noexcept {
    Kel::Lock* const lock = exposedLock();

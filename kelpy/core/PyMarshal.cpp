@@ -10,8 +10,8 @@ PyObject* PyStr_FromKelString( Kel::String const& text ) {
 }
 
 PyObject* PyBytes_FromKelBytes( Kel::Bytes const& bytes ) {
-   return PyString_FromStringAndSize( reinterpret_cast< char const* >( bytes.bytesPtr() ),
-                                      bytes.length() );
+   return PyString_FromStringAndSize(
+      reinterpret_cast< char const* >( bytes.bytesPtr() ), bytes.length() );
 }
 
 PyObject* PyIntOrLong_FromUnsignedLongLong( unsigned long long value ) {
@@ -44,12 +44,11 @@ Kel::Bytes PyBytes_AsKelBytes( PyObject* str ) {
 }
 
 Kel::Bytes PyByteArray_AsKelBytes( PyObject* byteArray ) {
-   return Kel::Bytes(
-      reinterpret_cast< unsigned char const* >( PyByteArray_AsString( byteArray ) ),
+   return Kel::Bytes( reinterpret_cast< unsigned char const* >( PyByteArray_AsString( byteArray ) ),
       PyByteArray_Size( byteArray ) );
 }
 
 std::string errorString( int errnum ) {
-   char buffer[ 256 ];
+   char buffer[256];
    return strerror_r( errnum, buffer, sizeof buffer );
 }

@@ -19,7 +19,7 @@ KELPY_API PyObject* PyIntOrLong_FromLongLong( long long value );
 // The caller has checked the object's type: another one is a fault of the program. They throw
 // Kel::MemoryException, and Kel::RangeException for a text beyond 32 bits of length.
 KELPY_API Kel::String PyStr_AsKelString( PyObject* str );
-KELPY_API Kel::String PyUnicode_AsKelString( PyObject* unicode );  // as UTF-8
+KELPY_API Kel::String PyUnicode_AsKelString( PyObject* unicode ); // as UTF-8
 KELPY_API Kel::Bytes PyBytes_AsKelBytes( PyObject* str );
 KELPY_API Kel::Bytes PyByteArray_AsKelBytes( PyObject* byteArray );
 

@@ -51,7 +51,7 @@ PyObject* findType( char const* name ) {
    }
 }
 
-}  // namespace
+} // namespace
 
 PyObject* enableThreadSafePointers( PyObject*, PyObject* ) noexcept {
    Kel::VFPtrInterface::threadSafePointersIs( true );

@@ -22,60 +22,55 @@ static_assert( PYTHON_API_VERSION == 1013 );
 namespace {
 
 constinit PyMethodDef functions[] = {
-   { "acquireActivityLock", acquireActivityLock, METH_NOARGS,
-     "Acquire the global activity lock." },
-   { "releaseActivityLock", releaseActivityLock, METH_NOARGS,
-     "Release the global activity lock." },
+   { "acquireActivityLock", acquireActivityLock, METH_NOARGS, "Acquire the global activity lock." },
+   { "releaseActivityLock", releaseActivityLock, METH_NOARGS, "Release the global activity lock." },
    { "activityLockOwner", activityLockOwner, METH_NOARGS,
-     "Return the owner of the activity lock." },
+      "Return the owner of the activity lock." },
    { "timedAcquireActivityLock", timedAcquireActivityLock, METH_VARARGS,
-     "Try to acquire the global activity lock." },
+      "Try to acquire the global activity lock." },
    { "enableThreadSafePointers", enableThreadSafePointers, METH_NOARGS,
-     "Enable atomic smart pointers." },
+      "Enable atomic smart pointers." },
    { "typeNode", typeNode, METH_VARARGS,
-     "Return the Kel::KelType object with the specified name." },
+      "Return the Kel::KelType object with the specified name." },
    { "pyType", pyType, METH_VARARGS,
-     "Return the Python type object for the specified Kel::KelType." },
+      "Return the Python type object for the specified Kel::KelType." },
    { "nonConst", nonConstValue, METH_O, "Return a mutable copy of the specified value." },
    { "const", constValue, METH_O, "Return an immutable copy of the specified value." },
    { "nonConstPtr", nonConstPtr, METH_O,
-     "Return a non-const pointer to the specified PtrInterface object." },
-   { "constPtr", constPtr, METH_O,
-     "Return a const pointer to the specified PtrInterface object." },
+      "Return a non-const pointer to the specified PtrInterface object." },
+   { "constPtr", constPtr, METH_O, "Return a const pointer to the specified PtrInterface object." },
    { "isConst", isConst, METH_O, "Return True if the kelc-Python object is const." },
    { "entityFuture", entityFuture, METH_VARARGS, "Create an EntityFuture object." },
-   { "isValue", isValue, METH_O,
-     "Return True if the argument is an instance of a value type." },
-   { "isCollection", isCollection, METH_O,
-     "Return True if the argument is a Collection object." },
+   { "isValue", isValue, METH_O, "Return True if the argument is an instance of a value type." },
+   { "isCollection", isCollection, METH_O, "Return True if the argument is a Collection object." },
    { "isFunction", isFunction, METH_O, "Return True if the argument is a Function object." },
    { "isEntityFuture", isEntityFuture, METH_O,
-     "Return True if the argument is an EntityFuture object." },
+      "Return True if the argument is an EntityFuture object." },
    { "isFailedMount", isFailedMount, METH_O,
-     "Return True if the argument is a FailedMount object." },
+      "Return True if the argument is a FailedMount object." },
    { "addressOf", addressOf, METH_O, "Return the address of the object as an integer." },
    { "hashOf", hashOf, METH_O,
-     "Return the hash of a kelc-Python object.  Note that this works even if the argument is a "
-     "non-const value object." },
+      "Return the hash of a kelc-Python object.  Note that this works even if the argument is a "
+      "non-const value object." },
    { "attributeAccessorCount", attributeAccessorCount, METH_NOARGS,
-     "Return the number of times any kelc attribute has been accessed from Python." },
+      "Return the number of times any kelc attribute has been accessed from Python." },
    { "newEntityHookIs", newEntityHookIs, METH_O,
-     "Register a function to be called from Kel::Dir::newEntity(), with the same three arguments "
-     "(dir, typeName, instanceName) that are passed to that call, before the call to "
-     "Kel::Dir::createEntity()." },
+      "Register a function to be called from Kel::Dir::newEntity(), with the same three arguments "
+      "(dir, typeName, instanceName) that are passed to that call, before the call to "
+      "Kel::Dir::createEntity()." },
    { "newInstanceHookIs", newInstanceHookIs, METH_O,
-     "Register a function to be called from 'Kel.newInstance' or 'Kel.Value', or when calling a "
-     "kelc-Python type object, before instantiating the C++ object.  It is passed one argument, "
-     "the kelc-Python type object." },
+      "Register a function to be called from 'Kel.newInstance' or 'Kel.Value', or when calling a "
+      "kelc-Python type object, before instantiating the C++ object.  It is passed one argument, "
+      "the kelc-Python type object." },
    { "getitemHookIs", getitemHookIs, METH_O,
-     "Register a function to be called from the '__getitem__' method (but not the 'getRawEntry' "
-     "or 'get' methods) of a kelc-Python collection object, with the same two arguments (coll, "
-     "key) that are passed to that call, before the lookup in the underlying collection." },
+      "Register a function to be called from the '__getitem__' method (but not the 'getRawEntry' "
+      "or 'get' methods) of a kelc-Python collection object, with the same two arguments (coll, "
+      "key) that are passed to that call, before the lookup in the underlying collection." },
    { "convertEntityToFailedMount", convertEntityToFailedMount, METH_O,
-     "Convert a Kel::Entity to a FailedMount." },
+      "Convert a Kel::Entity to a FailedMount." },
    { "demangle", demangle, METH_VARARGS, "demangle a C++ mangled name" },
    { "pythonForkHandlersRegistered", setPythonForkHandlersRegistered, METH_NOARGS,
-     "Indicate python-level fork handlers are registered" },
+      "Indicate python-level fork handlers are registered" },
    { "atforkPrepare", prepareGilAndActivityLockPython3, METH_NOARGS, "we are preparing to fork" },
    {},
 };
@@ -85,6 +80,7 @@ constexpr PyTypeObject* staticTypes[] = {
    &PyKelAttrType,
    &PyGenericIfMetaclass,
    &PyGenericIfAttrDescriptorType,
+   &PyGenericIfFunctionType,
    &PyGenericIfEntityFutureType,
    &PyGenericIfFailedMountType,
    &PyBacktraceType,
@@ -101,18 +97,17 @@ bool readyTypes() {
 
 // The module with its functions and its one type; false with a Python error.
 bool createModule() {
-   PyObject* const module =
-      Py_InitModule4( "_Kel", functions, "Module providing access to Kel types", nullptr,
-                      PYTHON_API_VERSION );
+   PyObject* const module = Py_InitModule4(
+      "_Kel", functions, "Module providing access to Kel types", nullptr, PYTHON_API_VERSION );
    if( !module ) {
       return false;
    }
    Py_INCREF( &PyBacktraceType );
-   return PyModule_AddObject( module, "Backtrace",
-                              reinterpret_cast< PyObject* >( &PyBacktraceType ) ) == 0;
+   return PyModule_AddObject(
+             module, "Backtrace", reinterpret_cast< PyObject* >( &PyBacktraceType ) ) == 0;
 }
 
-}  // namespace
+} // namespace
 
 void init_Kel() {
    // There is no GIL before this, and threads of the runtime may come at any time from now on.

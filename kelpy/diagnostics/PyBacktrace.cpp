@@ -24,8 +24,8 @@ void PyBacktrace_dealloc( PyObject* self ) {
 }
 
 PyObject* PyBacktrace_repr( PyObject* self ) {
-   return PyString_FromFormat( "<_Kel.Backtrace with %d frames>",
-                               static_cast< int >( backtraceOf( self ).frames() ) );
+   return PyString_FromFormat(
+      "<_Kel.Backtrace with %d frames>", static_cast< int >( backtraceOf( self ).frames() ) );
 }
 
 PyObject* PyBacktrace_frames( PyObject* self, PyObject* ) {
@@ -39,7 +39,7 @@ PyObject* PyBacktrace_frames( PyObject* self, PyObject* ) {
       backtrace_symbols( backtrace.addresses(), static_cast< int >( count ) ) );
    KEL_ASSERT( syms );
    for( unsigned i = 0; i < count; ++i ) {
-      PyObject* const line = PyString_FromString( syms[ i ] );
+      PyObject* const line = PyString_FromString( syms[i] );
       if( !line ) {
          return nullptr;
       }
@@ -53,7 +53,7 @@ constinit PyMethodDef PyBacktrace_methods[] = {
    {},
 };
 
-}  // namespace
+} // namespace
 
 constinit PyTypeObject PyBacktraceType = {
    .ob_refcnt = 1,
@@ -74,7 +74,7 @@ PyObject* PyBacktrace_FromBacktrace( Kel::Ptr< Kel::Backtrace const > backtrace 
    if( !self ) {
       return nullptr;
    }
-   std::construct_at( &reinterpret_cast< PyBacktrace* >( self )->backtrace,
-                      std::move( backtrace ) );
+   std::construct_at(
+      &reinterpret_cast< PyBacktrace* >( self )->backtrace, std::move( backtrace ) );
    return self;
 }

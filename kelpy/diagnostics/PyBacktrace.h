@@ -9,7 +9,7 @@
 
 struct PyBacktrace {
    PyObject_HEAD
-   Kel::Ptr< Kel::Backtrace const > backtrace;  // never null
+   Kel::Ptr< Kel::Backtrace const > backtrace; // never null
 };
 
 extern KELPY_API PyTypeObject PyBacktraceType;

@@ -32,7 +32,7 @@ class CrashText {
 
  private:
    int fd_;
-   char buffer_[ 2000 ];
+   char buffer_[2000];
 };
 
 char const* textOf( PyObject* str ) {
@@ -52,7 +52,7 @@ void writeTraceback( CrashText& out, PyObject* traceback ) {
    for( auto* at = reinterpret_cast< PyTracebackObject* >( traceback ); at; at = at->tb_next ) {
       PyCodeObject const* const code = at->tb_frame->f_code;
       out.write( "  File \"%.500s\", line %d, in %.500s\n", textOf( code->co_filename ),
-                 at->tb_lineno, textOf( code->co_name ) );
+         at->tb_lineno, textOf( code->co_name ) );
    }
 }
 
@@ -76,11 +76,11 @@ void writeFrames( CrashText& out, PyFrameObject* frame ) {
    for( ; frame; frame = frame->f_back ) {
       PyCodeObject* const code = frame->f_code;
       out.write( "  File \"%s\", line %d, in %s\n", textOf( code->co_filename ),
-                 PyCode_Addr2Line( code, frame->f_lasti ), textOf( code->co_name ) );
+         PyCode_Addr2Line( code, frame->f_lasti ), textOf( code->co_name ) );
    }
 }
 
-}  // namespace
+} // namespace
 
 void printPythonBacktrace( int fd ) {
    constexpr char const* none = "\nNo Python traceback available\n";

@@ -19,7 +19,7 @@ void sigintHandler( int signum ) {
    }
 }
 
-}  // namespace
+} // namespace
 
 void chainSigint() {
    savedSigint = std::signal( SIGINT, sigintHandler );

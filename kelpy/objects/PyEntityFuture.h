@@ -8,8 +8,9 @@
 #include <kelpy/objects/PyGenericIf.h>
 
 struct PyGenericIfEntityFuture {
-   PyObject_HEAD PyObject* fullName; // owned, a `str`; never null
-   Kel::KelType kelType;             // the expected type, null for an unknown one
+   PyObject_HEAD
+   PyObject* fullName;   // owned, a `str`; never null
+   Kel::KelType kelType; // the expected type, null for an unknown one
 };
 // The instances of the three classes change into each other in place.
 static_assert( sizeof( PyGenericIfEntityFuture ) == PyGenericIf_basicsize );

@@ -14,8 +14,9 @@
 #include <kelpy/core/KelPyExport.h>
 
 struct PyGenericIf {
-   PyObject_HEAD Kel::Ptr< Kel::GenericIf > gif; // never null in a live wrapper
-   Kel::KelType reserved; // room for the type of an entity future, see PyEntityFuture.h
+   PyObject_HEAD
+   Kel::Ptr< Kel::GenericIf > gif; // never null in a live wrapper
+   Kel::KelType reserved;          // room for the type of an entity future, see PyEntityFuture.h
 };
 static_assert( sizeof( PyGenericIf ) == PyGenericIf_basicsize );
 

@@ -9,7 +9,8 @@
 #include <kelpy/objects/PyGenericIf.h>
 
 struct PyGenericIfAttr {
-   PyObject_HEAD PyGenericIf* parent; // owned; null for a static attribute
+   PyObject_HEAD
+   PyGenericIf* parent; // owned; null for a static attribute
    Kel::KelAttr kelAttr;
 };
 

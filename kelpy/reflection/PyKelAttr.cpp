@@ -15,8 +15,7 @@ Kel::KelAttr attrOf( PyObject* self ) {
 
 PyObject* PyKelAttr_repr( PyObject* self ) {
    Kel::KelAttr const attr = attrOf( self );
-   return PyString_FromFormat( "type('%s').attr('%s')", attr.scope().fullTypeName(),
-                               attr.name() );
+   return PyString_FromFormat( "type('%s').attr('%s')", attr.scope().fullTypeName(), attr.name() );
 }
 
 PyObject* PyKelAttr_name_get( PyObject* self, void* ) {
@@ -87,16 +86,21 @@ PyObject* enumValueAs( Kel::KelAttr attr ) {
 
 // One a built-in type, from index 1 on.
 constexpr PyObject* ( *enumReaders[] )( Kel::KelAttr ) = {
-   enumValueAs< Kel::U8 >,  enumValueAs< Kel::S8 >,  enumValueAs< Kel::U16 >,
-   enumValueAs< Kel::S16 >, enumValueAs< Kel::U32 >, enumValueAs< Kel::S32 >,
-   enumValueAs< Kel::U64 >, enumValueAs< Kel::S64 >,
+   enumValueAs< Kel::U8 >,
+   enumValueAs< Kel::S8 >,
+   enumValueAs< Kel::U16 >,
+   enumValueAs< Kel::S16 >,
+   enumValueAs< Kel::U32 >,
+   enumValueAs< Kel::S32 >,
+   enumValueAs< Kel::U64 >,
+   enumValueAs< Kel::S64 >,
 };
 
 PyObject* PyKelAttr_enumValue_get( PyObject* self, void* ) {
    Kel::KelAttr const attr = attrOf( self );
    if( !attr.isEnumConst() ) {
-      PyErr_Format( PyExc_TypeError, "%s::%s is not an enum constant",
-                    attr.scope().fullTypeName(), attr.name() );
+      PyErr_Format( PyExc_TypeError, "%s::%s is not an enum constant", attr.scope().fullTypeName(),
+         attr.name() );
       return nullptr;
    }
    Kel::KelType const underlyingType = attr.scope().underlyingType();
@@ -106,7 +110,7 @@ PyObject* PyKelAttr_enumValue_get( PyObject* self, void* ) {
        reader >= std::size( enumReaders ) ) {
       KEL_ASSERT( false );
    }
-   return enumReaders[ reader ]( attr );
+   return enumReaders[reader]( attr );
 }
 
 // The module asks for no method, but a table has to stand.
@@ -167,14 +171,14 @@ constinit PyGetSetDef PyKelAttr_getset[] = {
    named( "hasInternalIndex", PyKelAttr_hasInternalIndex_get ),
    named( "internalIndexName", PyKelAttr_internalIndexName_get ),
    readOnly( "instantiatingArgNameQ", PyKelAttr_instantiatingArgNameQ_get,
-             "instantiating arg name queue" ),
+      "instantiating arg name queue" ),
    readOnly( "instantiatingArgTypeQ", PyKelAttr_instantiatingArgTypeQ_get,
-             "instantiating arg type queue" ),
+      "instantiating arg type queue" ),
    readOnly( "enumValue", PyKelAttr_enumValue_get, "enum value" ),
    {},
 };
 
-}  // namespace
+} // namespace
 
 constinit PyTypeObject PyKelAttrType = {
    .ob_refcnt = 1,

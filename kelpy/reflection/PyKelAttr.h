@@ -9,7 +9,7 @@
 
 struct PyKelAttr {
    PyObject_HEAD
-   Kel::KelAttr kelAttr;  // never null; its scope is that of the handle that reached the row first
+   Kel::KelAttr kelAttr; // never null; its scope is that of the handle that reached the row first
 };
 
 extern KELPY_API PyTypeObject PyKelAttrType;

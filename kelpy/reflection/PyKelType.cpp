@@ -59,7 +59,7 @@ PyObject* PyKelType_flag_get( PyObject* self, void* ) {
 PyObject* PyKelType_attributeQ_get( PyObject* self, void* ) {
    Kel::KelType const type = typeOf( self );
    Kel::KelTypeBase::AttributeQIterator attr( type );
-   return makeTuple( type.attributes(), [ & ] {
+   return makeTuple( type.attributes(), [&] {
       PyObject* const item = PyKelAttr_FromKelAttr( *attr );
       ++attr;
       return item;
@@ -151,8 +151,7 @@ constinit PyGetSetDef PyKelType_getset[] = {
    readOnly( "size", PyKelType_size_get, "size (in bytes)" ),
    readOnly( "align", PyKelType_align_get, "alignment (in bytes)" ),
    readOnly( "baseType", PyKelType_baseType_get, "base type" ),
-   readOnly( "underlyingType", PyKelType_underlyingType_get,
-             "underlying type of an enum type" ),
+   readOnly( "underlyingType", PyKelType_underlyingType_get, "underlying type of an enum type" ),
    named( "valAttr", PyKelType_valAttr_get ),
    named( "defaultCollection", PyKelType_defaultCollection_get ),
    test< &KelTypeBase::isValue >( "isValue" ),
@@ -172,14 +171,14 @@ constinit PyGetSetDef PyKelType_getset[] = {
    flag< TypeFlag::toGnmiBytes >( "toGnmiBytes" ),
    test< &KelTypeBase::isUnionType >( "isUnionType" ),
    readOnly( "attributeQ", PyKelType_attributeQ_get, "attribute queue" ),
-   readOnly( "constructorArgNameQ", PyKelType_constructorArgNameQ_get,
-             "constructor arg name queue" ),
-   readOnly( "constructorArgTypeQ", PyKelType_constructorArgTypeQ_get,
-             "constructor arg type queue" ),
+   readOnly(
+      "constructorArgNameQ", PyKelType_constructorArgNameQ_get, "constructor arg name queue" ),
+   readOnly(
+      "constructorArgTypeQ", PyKelType_constructorArgTypeQ_get, "constructor arg type queue" ),
    {},
 };
 
-}  // namespace
+} // namespace
 
 constinit PyTypeObject PyKelTypeType = {
    .ob_refcnt = 1,

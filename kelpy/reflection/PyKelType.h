@@ -9,7 +9,7 @@
 
 struct PyKelType {
    PyObject_HEAD
-   Kel::KelType kelType;  // never null
+   Kel::KelType kelType; // never null
 };
 
 extern KELPY_API PyTypeObject PyKelTypeType;

@@ -23,11 +23,11 @@ using WrapperCache = std::unordered_map< Handle, std::unique_ptr< PyObject, remo
 // Where it cannot be made the slot stays empty, and the next request tries again.
 template< class Record, class Handle >
 PyObject* wrapperOf( WrapperCache< Handle >& cache, PyTypeObject& type, Handle handle,
-                     Handle Record::*field ) noexcept {
+   Handle Record::*field ) noexcept {
    if( !handle ) {
       Py_RETURN_NONE;
    }
-   auto& slot = cache[ handle ];
+   auto& slot = cache[handle];
    if( !slot ) {
       PyObject* const object = _PyObject_New( &type );
       if( !object ) {
@@ -42,15 +42,15 @@ PyObject* wrapperOf( WrapperCache< Handle >& cache, PyTypeObject& type, Handle h
 
 // The argument rows from `row` on, `count` of them: their names, or those of their types, as a
 // new tuple of interned `str`.
-inline PyObject* argNameTuple( Kel::KelModule const* module, Kel::ArgRow const* row,
-                               Py_ssize_t count ) {
-   return makeTuple( count, [ = ]() mutable {
+inline PyObject* argNameTuple(
+   Kel::KelModule const* module, Kel::ArgRow const* row, Py_ssize_t count ) {
+   return makeTuple( count, [=]() mutable {
       return PyString_InternFromString( module->attrNamePool + row++->nameOffset() );
    } );
 }
-inline PyObject* argTypeTuple( Kel::KelModule const* module, Kel::ArgRow const* row,
-                               Py_ssize_t count ) {
-   return makeTuple( count, [ = ]() mutable {
+inline PyObject* argTypeTuple(
+   Kel::KelModule const* module, Kel::ArgRow const* row, Py_ssize_t count ) {
+   return makeTuple( count, [=]() mutable {
       return PyString_InternFromString( module->typeNamePool + row++->typeNameOffset() );
    } );
 }
