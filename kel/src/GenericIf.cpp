@@ -30,6 +30,11 @@ PtrInterface* GenericIf::ptrInterface() const noexcept {
    return nullptr;
 }
 
+std::uint32_t GenericIf::references() const noexcept {
+   PtrInterface const* object = ptrInterface();
+   return object ? object->references() : 0;
+}
+
 void GenericIf::handleZeroRef() const noexcept {
    delete this;
 }

@@ -187,19 +187,6 @@ constinit PyNumberMethods PyGenericIf_ptr_number = {
    .nb_nonzero = PyGenericIf_ptr_nonzero,
 };
 
-namespace {
-
-// Null for an object with a pointer interface of its own, which is not counted in our way.
-Kel::PtrInterface const* countedObject( Kel::GenericIf const& gif ) {
-   Kel::PtrInterface const* const object = gif.ptrInterface();
-   if( !object ) {
-      throw Kel::NoImplementationException( "the object has its own pointer interface" );
-   }
-   return object;
-}
-
-} // namespace
-
 PyObject* PyGenericIf_references( PyObject* self, PyObject* ) {
    Kel::KelType const type = kelTypeOfSelf( self );
    if( !type ) {
@@ -213,8 +200,7 @@ PyObject* PyGenericIf_references( PyObject* self, PyObject* ) {
                                                      "built-in or enum type" );
          return nullptr;
       }
-      unsigned long const count =
-         countedObject( *PyGenericIfToGenericIf( asWrapper( self ) ) )->references();
+      unsigned long const count = PyGenericIfToGenericIf( asWrapper( self ) )->references();
       locks.gilHeldIs( true );
       return PyLong_FromUnsignedLong( count );
    } );

@@ -108,6 +108,8 @@ class KEL_API GenericIf {
    }
    // The object behind, null for a value and for a type with its own pointer interface.
    virtual PtrInterface* ptrInterface() const noexcept;
+   // The count of the object behind, without the flags of its word; 0 for a value and for null.
+   virtual std::uint32_t references() const noexcept;
 
    // Equal values have equal hashes, and so do all views of one object. Activity lock.
    std::uint64_t hash() const;

@@ -57,6 +57,10 @@ class OwnPtrGeneric final : public GenericIf {
          : GenericIf( kelType< T >(), object.get(), isConst, Kind::ownPtr ),
            object_( std::move( object ) ) {}
 
+   std::uint32_t references() const noexcept override {
+      return object_ ? object_->kelReferenceWord() & referencesMask : 0;
+   }
+
  private:
    Ptr< T > object_;
 };
