@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr char proxyMethod[] = "__kel_object__";
+
 // Puts a Python error that was pending aside. It comes back at the end, unless a newer failure has
 // taken its place.
 class PendingErrorAnchor {
@@ -37,12 +39,25 @@ class PendingErrorAnchor {
    PyObject* traceback_ = nullptr;
 };
 
-// The common arguments, whose types have no such attribute: spares a look-up that fails.
+// Of a type whose instances have no attribute of that name: spares the common arguments a look-up
+// that fails by way of an exception.
 bool isNeverProxy( PyObject* object ) {
-   PyTypeObject const* const type = Py_TYPE( object );
-   return type == &PyInt_Type || type == &PyString_Type || object == Py_None ||
-          type == &PyFloat_Type || type == &PyBool_Type || type == &PyLong_Type ||
-          type == &PyUnicode_Type;
+   PyTypeObject* const type = Py_TYPE( object );
+   if( type == &PyInt_Type || type == &PyString_Type || object == Py_None ||
+       type == &PyFloat_Type || type == &PyBool_Type || type == &PyLong_Type ||
+       type == &PyUnicode_Type ) {
+      return true;
+   }
+   if( !isWrapped( object ) ) {
+      return false;
+   }
+   // A wrapper has what its class has, and nothing of its own.
+   static PyObject* name = nullptr; // immortal; guarded by the GIL
+   if( !name && !( name = PyString_InternFromString( proxyMethod ) ) ) {
+      PyErr_Clear(); // no memory: the long way does without the name
+      return false;
+   }
+   return !_PyType_Lookup( type, name );
 }
 
 // Whether it wraps an object; asked of its Python class, since a type without a declared base
@@ -65,7 +80,7 @@ PyRef MountProxyAnchor::_maybeResolveMountProxy( PyObject* object ) const {
       return PyRef::borrow( object );
    }
    PendingErrorAnchor pending;
-   if( !PyObject_HasAttrString( object, "__kel_object__" ) ) {
+   if( !PyObject_HasAttrString( object, proxyMethod ) ) {
       return PyRef::borrow( object );
    }
    if( Kel::activityLock()->ownerThread() == Kel::Impl::gettid() ) {
@@ -73,9 +88,8 @@ PyRef MountProxyAnchor::_maybeResolveMountProxy( PyObject* object ) const {
       throw Kel::Exception( "Attempting to resolve mount proxy while holding the activity lock, "
                             "which can cause a deadlock. See BUG853618." );
    }
-   char method[] = "__kel_object__";
-   char noArgs[] = "";
-   auto result = PyRef::steal( PyObject_CallMethod( object, method, noArgs ) );
+   auto result = PyRef::steal( PyObject_CallMethod(
+      object, const_cast< char* >( proxyMethod ), const_cast< char* >( "" ) ) );
    if( !result ) {
       throw PythonException();
    }
