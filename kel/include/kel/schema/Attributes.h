@@ -279,6 +279,16 @@ struct WithAlternative : Plain {
    }
 };
 
+// An attribute whose object is told of each operation before it runs.
+template< class Plain, auto observer >
+struct WithObserver : Plain {
+   template< class D >
+   static int op( AttrCall& call ) {
+      ( static_cast< D const* >( call.object )->*observer )( call.op );
+      return Plain::template op< D >( call );
+   }
+};
+
 // A constant of an enum type: no operation reaches it, its row says all.
 template< auto constant >
 struct ConstantBinding {

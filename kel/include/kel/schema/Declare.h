@@ -126,6 +126,14 @@ struct AttrDecl {
       return AttrDecl< WithAlternative< Binding, isLive >, Member, Index, argCount >{
          name, options, id, args, indexName, constantValue };
    }
+   // For an attribute of an object: a const member function that is called with each operation
+   // before it runs, also with one that then fails.
+   template< auto observer >
+   constexpr auto observedBy() const {
+      static_assert( !Binding::isStatic, "a static attribute has no object that could observe" );
+      return AttrDecl< WithObserver< Binding, observer >, Member, Index, argCount >{
+         name, options, id, args, indexName, constantValue };
+   }
 };
 
 // The row flags that the C++ type of a member or result tells.

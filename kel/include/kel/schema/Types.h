@@ -149,12 +149,11 @@ Ptr< T > newObject( Args&&... args ) {
       requires( record##_unit::Types::template contains< T > )                          \
    record##_unit kelUnitOf( ::Kel::Schema::Tag< T > )
 
-// First in the body of a class with a type of its own: gives its runtime type and reports each
-// object's memory. What follows is public.
-#define KEL_OBJECT( Class )                                                             \
+// First in the body of a class with its own pointer interface: reports each object's memory. What
+// follows is public.
+#define KEL_TRACKED( Class )                                                            \
  public:                                                                                \
    inline static ::Kel::AllocTrackTypeInfo* kelAllocTrackTypeInfo_ = nullptr;           \
-   ::Kel::KelType fwkType() const override { return ::Kel::kelType< Class >(); }        \
    static void* operator new( std::size_t size ) {                                      \
       ::Kel::AllocTrackTypeInfo::_trackAllocation( &kelAllocTrackTypeInfo_,             \
                                                    typeid( Class ), size,               \
@@ -170,3 +169,8 @@ Ptr< T > newObject( Args&&... args ) {
       ::Kel::AllocTrackTypeInfo::trackDeallocation( kelAllocTrackTypeInfo_ );           \
       ::Kel::memFree( memory, size );                                                   \
    }
+
+// The same for a class derived from PtrInterface: gives its runtime type as well.
+#define KEL_OBJECT( Class )                                                             \
+   KEL_TRACKED( Class )                                                                 \
+   ::Kel::KelType fwkType() const override { return ::Kel::kelType< Class >(); }
