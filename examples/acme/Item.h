@@ -1,5 +1,5 @@
-// Things and items: named objects that stand in directories and tell their notifiees of each change.
-// Activity lock.
+// Things and items: named objects that stand in directories and tell their notifiees of each
+// change. Activity lock.
 #pragma once
 
 #include <kel/Collections.h>
@@ -69,4 +69,4 @@ class KEL_API Item : public Thing {
    static String unit_;
 };
 
-}  // namespace Acme
+} // namespace Acme

@@ -13,4 +13,4 @@ Ptr< StockItem > Store::restock( String sku, U32 count ) {
    return made;
 }
 
-}  // namespace Acme
+} // namespace Acme

@@ -1,5 +1,5 @@
-// A store with a collection of every sort, and a shelf: a directory with attributes of its own. Activity
-// lock.
+// A store with a collection of every sort, and a shelf: a directory with attributes of its own.
+// Activity lock.
 #pragma once
 
 #include <kel/Dir.h>
@@ -78,4 +78,4 @@ class KEL_API Shelf : public Kel::Dir {
    String owner_;
 };
 
-}  // namespace Acme
+} // namespace Acme

@@ -25,4 +25,4 @@ class Shelf;
 
 KEL_TYPES( _Acme_kelModule, Color, Size, Name, Point, Thing, Item, StockItem, Badge, Store, Shelf );
 
-}  // namespace Acme
+} // namespace Acme

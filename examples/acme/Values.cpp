@@ -15,4 +15,4 @@ std::uint64_t Point::hash() const {
    return std::hash< std::uint64_t >()( std::uint64_t( U32( x ) ) << 32 | U32( y ) );
 }
 
-}  // namespace Acme
+} // namespace Acme

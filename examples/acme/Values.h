@@ -1,5 +1,5 @@
-// The value types of the example schema. What one can do in Python is what it can do here: it compares
-// if it has ==, adds if it has +. No lock of their own.
+// The value types of the example schema. What one can do in Python is what it can do here: it
+// compares if it has ==, adds if it has +. No lock of their own.
 #pragma once
 
 #include <compare>
@@ -64,4 +64,4 @@ struct KEL_API Point {
    static S32 difference( S32 a, S32 b ) { return static_cast< S32 >( U32( a ) - U32( b ) ); }
 };
 
-}  // namespace Acme
+} // namespace Acme
