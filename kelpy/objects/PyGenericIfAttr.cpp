@@ -40,3 +40,13 @@ PyObject* PyGenericIfAttr_parent_get( PyObject* self, void* ) {
    Py_INCREF( result );
    return result;
 }
+
+bool checkNoKeywords( PyObject* kwds ) {
+   if( !kwds || PyObject_Size( kwds ) == 0 ) {
+      return true;
+   }
+   if( !PyErr_Occurred() ) {
+      PyErr_SetString( PyExc_TypeError, "keyword arguments are not supported" );
+   }
+   return false;
+}

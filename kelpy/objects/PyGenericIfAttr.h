@@ -23,3 +23,6 @@ KELPY_API PyObject* MakePyGenericIfAttr(
 void PyGenericIfAttr_dealloc( PyObject* self );
 PyObject* PyGenericIfAttr_kelAttr_get( PyObject* self, void* closure );
 PyObject* PyGenericIfAttr_parent_get( PyObject* self, void* closure );
+
+// For those that are called: whether no keywords were given; false with a Python error.
+bool checkNoKeywords( PyObject* kwds );

@@ -37,17 +37,6 @@ PyObject* PyGenericIfFunction_str( PyObject* self ) {
       static_cast< void* >( parent->gif.get() ) );
 }
 
-// False with a Python error.
-bool checkNoKeywords( PyObject* kwds ) {
-   if( !kwds || PyObject_Size( kwds ) == 0 ) {
-      return true;
-   }
-   if( !PyErr_Occurred() ) {
-      PyErr_SetString( PyExc_TypeError, "keyword arguments are not supported" );
-   }
-   return false;
-}
-
 PyObject* PyGenericIfFunction_call( PyObject* self, PyObject* args, PyObject* kwds ) {
    if( !checkNoKeywords( kwds ) ) {
       return nullptr;
