@@ -12,8 +12,10 @@
 #include <kelpy/core/PyModuleFunctions.h>
 #include <kelpy/diagnostics/PyBacktrace.h>
 #include <kelpy/diagnostics/PySigint.h>
+#include <kelpy/objects/PyDir.h>
 #include <kelpy/objects/PyEntityFuture.h>
 #include <kelpy/objects/PyGenericIf.h>
+#include <kelpy/objects/PyValue.h>
 #include <kelpy/reflection/PyKelAttr.h>
 #include <kelpy/reflection/PyKelType.h>
 
@@ -30,6 +32,7 @@ constinit PyMethodDef functions[] = {
       "Try to acquire the global activity lock." },
    { "enableThreadSafePointers", enableThreadSafePointers, METH_NOARGS,
       "Enable atomic smart pointers." },
+   { "singleton", singleton, METH_VARARGS, "Look up a singleton by type name." },
    { "typeNode", typeNode, METH_VARARGS,
       "Return the Kel::KelType object with the specified name." },
    { "pyType", pyType, METH_VARARGS,
@@ -69,6 +72,8 @@ constinit PyMethodDef functions[] = {
    { "convertEntityToFailedMount", convertEntityToFailedMount, METH_O,
       "Convert a Kel::Entity to a FailedMount." },
    { "demangle", demangle, METH_VARARGS, "demangle a C++ mangled name" },
+   { "gnmiJsonString", PyGenericIf_gnmiJsonString, METH_VARARGS,
+      "Return gnmiJsonString representation" },
    { "pythonForkHandlersRegistered", setPythonForkHandlersRegistered, METH_NOARGS,
       "Indicate python-level fork handlers are registered" },
    { "atforkPrepare", prepareGilAndActivityLockPython3, METH_NOARGS, "we are preparing to fork" },
@@ -80,7 +85,11 @@ constexpr PyTypeObject* staticTypes[] = {
    &PyKelAttrType,
    &PyGenericIfMetaclass,
    &PyGenericIfAttrDescriptorType,
+   &PyGenericIfCollectionType,
    &PyGenericIfFunctionType,
+   &PyGenericIfNewMemberFuncType,
+   &PyGenericIfAddMemberFuncType,
+   &PyGenericIfIteratorType,
    &PyGenericIfEntityFutureType,
    &PyGenericIfFailedMountType,
    &PyBacktraceType,
