@@ -3,7 +3,9 @@
 #include <cctype>
 
 #include <kel/Assert.h>
+#include <kelpy/classes/PyDoc.h>
 #include <kelpy/classes/SlotTables.h>
+#include <kelpy/core/PyGetSet.h>
 #include <kelpy/core/PyRef.h>
 
 namespace {
@@ -33,6 +35,11 @@ PyObject* descriptorKey( Kel::KelAttr attr, Kind kind ) {
    return key;
 }
 
+constinit PyGetSetDef PyGenericIfAttrDescriptor_getset[] = {
+   readOnly( "__doc__", PyGenericIfAttrDescriptor_doc_get ),
+   {},
+};
+
 } // namespace
 
 // A descriptor lives as long as its class, for ever.
@@ -43,6 +50,7 @@ constinit PyTypeObject PyGenericIfAttrDescriptorType = {
    .tp_repr = PyGenericIfAttrDescriptor_repr,
    .tp_flags = Py_TPFLAGS_DEFAULT,
    .tp_doc = "Descriptor for kelc-Python attributes.",
+   .tp_getset = PyGenericIfAttrDescriptor_getset,
    .tp_descr_get = PyGenericIfAttrDescriptor_descr_get,
    .tp_descr_set = PyGenericIfAttrDescriptor_descr_set,
 };

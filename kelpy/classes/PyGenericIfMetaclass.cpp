@@ -1,6 +1,7 @@
 #include <kelpy/classes/PyGenericIfClass.h>
 
 #include <kel/KelAttr.h>
+#include <kelpy/classes/PyDoc.h>
 #include <kelpy/core/PyGetSet.h>
 #include <kelpy/core/PyTuple.h>
 #include <kelpy/reflection/PyKelType.h>
@@ -20,6 +21,7 @@ PyObject* PyGenericIfMetaclass_kelType_get( PyObject* cls, void* ) {
 }
 
 constinit PyGetSetDef PyGenericIfMetaclass_getset[] = {
+   readOnly( "__doc__", PyGenericIfMetaclass_doc_get ),
    readOnly( "attributes", PyGenericIfMetaclass_attributes_get, "Tuple of attribute names." ),
    readOnly( "kelType", PyGenericIfMetaclass_kelType_get, "Kel::KelType object." ),
    {},
