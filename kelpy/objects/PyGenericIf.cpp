@@ -91,13 +91,17 @@ PyObject* PyGenericIf_ptr_repr( PyObject* self ) {
    return pyGenericIfStrRep( asWrapper( self ) );
 }
 
+// Type and flag are read first: while the text is made, another thread can turn an entity's wrapper
+// into a failed mount.
 PyObject* PyGenericIf_ptr_str( PyObject* self ) {
+   char const* const typeName = kelTypeOf( self ).fullTypeName();
+   bool const isConst = asWrapper( self )->gif->isConst();
    auto const text = PyRef::steal( pyGenericIfStrRep( asWrapper( self ) ) );
    if( !text ) {
       return nullptr;
    }
-   return PyString_FromFormat( "<%s of type %s (%s)>", PyString_AS_STRING( text.get() ),
-      kelTypeOf( self ).fullTypeName(), asWrapper( self )->gif->isConst() ? "const" : "non-const" );
+   return PyString_FromFormat( "<%s of type %s (%s)>", PyString_AS_STRING( text.get() ), typeName,
+      isConst ? "const" : "non-const" );
 }
 
 // A value that can still change has no hash that would stay right.
@@ -246,6 +250,8 @@ PyObject* copyPtr( PyObject* object, bool isConst ) {
    void* const address = addressOf( object );
    Stage const stage( type, "" );
    return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
+      // Keeps the object at the address; refused if the wrapper has become a failed mount.
+      auto const original = PyGenericIfToGenericIf( asWrapper( object ) );
       auto view =
          type.hasOwnPtrInterface()
             ? type.genericIf( static_cast< void const* >( address ), isConst )
