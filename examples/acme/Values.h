@@ -44,6 +44,9 @@ class KEL_API Name : public String {
    String const& value() const { return *this; }
    String const& strRep() const { return *this; }
    std::uint64_t hash() const { return std::hash< String >()( *this ); }
+
+   // Names are compared but not joined.
+   friend String operator+( Name const&, Name const& ) = delete;
 };
 
 struct KEL_API Point {
