@@ -41,37 +41,41 @@ constexpr char const* opNames[] = { "read",     "write", "delete", "members", "v
                                         opNames[ static_cast< unsigned >( op ) ] ) );
 }
 
-// The type whose own block holds the row: the scope, unless the handle was made for another type of
-// the record.
-KelType ownerOf( KelAttr attr ) {
-   auto holds = [ attr ]( TypeRow const& row ) {
-      return attr.attrIndex() >= row.firstAttr &&
-             attr.attrIndex() < unsigned( row.firstAttr ) + row.attrCount;
-   };
-   if( holds( attr.scope().row() ) ) {
-      return attr.scope();
-   }
+// Whether the row stands in the type's own block.
+bool holds( TypeRow const& row, KelAttr attr ) {
+   return static_cast< unsigned >( attr.attrIndex() - row.firstAttr ) < row.attrCount;
+}
+
+// The type whose own block holds the row of a handle that was made for another type of the record.
+[[gnu::noinline]] KelType findOwner( KelAttr attr ) {
    auto const* module = attr.module();
    for( std::uint16_t i = 0; i < module->types; ++i ) {
-      if( holds( module->typeRows[ i ] ) ) {
+      if( holds( module->typeRows[ i ], attr ) ) {
          return KelType( module, i );
       }
    }
    throw InternalException( _fmt( "%s belongs to no type", fullAttrName( attr ).charPtr() ) );
 }
 
+[[noreturn]] void throwNoObject( KelAttr attr, KelType owner, GenericIfRef object ) {
+   if( object ) {
+      throwWrongType( owner, object.get() );
+   }
+   throw TypeException( _fmt( "%s needs an object", fullAttrName( attr ).charPtr() ) );
+}
+
 // Finds the object as the attribute's owner sees it, and runs the attribute's operation.
-void run( AttrCall& call, GenericIfRef object ) {
+inline void run( AttrCall& call, GenericIfRef object ) {
    KelAttr attr = call.attr;
-   KelType owner = ownerOf( attr );
+   KelType owner = attr.scope();
+   if( !holds( owner.row(), attr ) ) [[unlikely]] {
+      owner = findOwner( attr );
+   }
    if( !attr.isStatic() ) {
-      if( !object ) {
-         throw TypeException( _fmt( "%s needs an object", fullAttrName( attr ).charPtr() ) );
-      }
       call.view = object.get();
-      call.object = object->voidPtrIs( owner );
-      if( !call.object ) {
-         throwWrongType( owner, object.get() );
+      call.object = object ? object->voidPtrIs( owner ) : nullptr;
+      if( !call.object ) [[unlikely]] {
+         throwNoObject( attr, owner, object );
       }
    }
    auto const* ops = owner.impl().attrOps;
@@ -81,11 +85,9 @@ void run( AttrCall& call, GenericIfRef object ) {
    }
 }
 
-void requireReadable( KelAttr attr ) {
-   if( !attr.readable() ) {
-      throw NoImplementationException(
-         _fmt( "attribute %s is not readable", fullAttrName( attr ).charPtr() ) );
-   }
+[[noreturn]] void throwNotReadable( KelAttr attr ) {
+   throw NoImplementationException(
+      _fmt( "attribute %s is not readable", fullAttrName( attr ).charPtr() ) );
 }
 
 // A change must be allowed by the attribute and by the view of the object. What a collection lets its
@@ -123,10 +125,12 @@ int attributeOp( KelType type, AttributeId id, AttrCall& call ) {
 }
 
 Ptr< GenericIf > KelAttr::genericIfGet( GenericIfRef object, GenericIfRef key ) const {
-   if( isEnumConst() ) {
+   if( flag( AttrFlag::constantForm ) && isEnumConst() ) [[unlikely]] {
       return constantValue( *this );
    }
-   requireReadable( *this );
+   if( !readable() ) [[unlikely]] {
+      throwNotReadable( *this );
+   }
    AttrCall call{ .attr = *this, .op = AttributeOp::get, .key = key.get() };
    run( call, object );
    return std::move( call.result );
@@ -184,9 +188,10 @@ Ptr< GenericIf > KelAttr::genericIfBack( GenericIfRef object ) const {
 }
 
 GenericIf::Iterator KelAttr::genericIfIterator( GenericIfRef object ) const {
-   AttrCall call{ .attr = *this, .op = AttributeOp::iterate };
+   GenericIfRaw::Iterator iterator;
+   AttrCall call{ .attr = *this, .op = AttributeOp::iterate, .iterator = &iterator };
    run( call, object );
-   return GenericIf::Iterator( Ptr< GenericIf const >( object.get() ), std::move( call.iterator ) );
+   return GenericIf::Iterator( Ptr< GenericIf const >( object.get() ), std::move( iterator ) );
 }
 
 std::uint32_t KelAttr::genericIfMembers( GenericIfRef object ) const {
@@ -214,9 +219,10 @@ bool KelAttr::genericIfUnionAlternative( GenericIfRef object ) const {
 }
 
 String KelAttr::genericIfGnmiJsonString( GenericIfRef object ) const {
-   AttrCall call{ .attr = *this, .op = AttributeOp::gnmiJsonString };
+   String text;
+   AttrCall call{ .attr = *this, .op = AttributeOp::gnmiJsonString, .text = &text };
    run( call, object );
-   return std::move( call.text );
+   return text;
 }
 
 // --- refusals that generated operations share ---------------------------------------------------------

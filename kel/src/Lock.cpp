@@ -9,9 +9,10 @@
 
 namespace Kel {
 
+constinit Lock Impl::activityLock_;
+
 namespace {
 
-constinit Lock activityLock_;
 constinit thread_local pid_t threadId = 0;
 
 // The child's one thread has the parent's thread storage, but an id of its own. Registered before
@@ -39,20 +40,11 @@ void Lock::throwFailedUnlock( int error ) {
    throw ErrnoException( error, "cannot unlock" );
 }
 
-LockAnchor::LockAnchor( Lock* lock, Flags ) : locked_( lock ) {
-   int const error = pthread_mutex_lock( lock->mutex() );
-   if( error == EDEADLK ) {
-      locked_ = nullptr;
-   } else if( error != 0 ) {
+void LockAnchor::notTaken( int error ) {
+   if( error != EDEADLK ) {
       Lock::throwFailedLock( error );
    }
-}
-
-LockAnchor::~LockAnchor() {
-   if( locked_ ) {
-      int const unlockError = pthread_mutex_unlock( locked_->mutex() );
-      KEL_ASSERT( unlockError == 0 );
-   }
+   locked_ = nullptr;
 }
 
 UnlockAnchor::UnlockAnchor( Lock* lock ) : lock_( lock ) {
@@ -65,10 +57,6 @@ UnlockAnchor::~UnlockAnchor() {
    // EDEADLK: what ran meanwhile took the lock and left it held.
    int const lockError = pthread_mutex_lock( lock_->mutex() );
    KEL_ASSERT( lockError == 0 || lockError == EDEADLK );
-}
-
-Lock* activityLock() noexcept {
-   return &activityLock_;
 }
 
 void Impl::forgetThreadId() noexcept {

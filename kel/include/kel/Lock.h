@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <sys/types.h>
 
+#include <kel/Assert.h>
 #include <kel/Export.h>
 
 namespace Kel {
@@ -46,12 +47,23 @@ class KEL_API LockAnchor {
    };
 
    // Blocks until the lock is free. Throws ErrnoException.
-   explicit LockAnchor( Lock* lock, Flags flags = noFlags );
+   explicit LockAnchor( Lock* lock, [[maybe_unused]] Flags flags = noFlags ) : locked_( lock ) {
+      if( int const error = pthread_mutex_lock( lock->mutex() ) ) [[unlikely]] {
+         notTaken( error );
+      }
+   }
    LockAnchor( LockAnchor const& ) = delete;
    LockAnchor& operator=( LockAnchor const& ) = delete;
-   ~LockAnchor();
+   ~LockAnchor() {
+      if( locked_ ) {
+         int const unlockError = pthread_mutex_unlock( locked_->mutex() );
+         KEL_ASSERT( unlockError == 0 );
+      }
+   }
 
  private:
+   void notTaken( int error );
+
    Lock* locked_; // null if the thread owned the lock before
 };
 
@@ -68,10 +80,9 @@ class KEL_API UnlockAnchor {
    Lock* lock_;
 };
 
-// The one activity lock of the process.
-KEL_API Lock* activityLock() noexcept;
-
 namespace Impl {
+
+extern KEL_API Lock activityLock_;
 
 // The kernel's id of this thread, kept per thread; right in a forked child too.
 KEL_API pid_t gettid() noexcept;
@@ -79,5 +90,10 @@ KEL_API pid_t gettid() noexcept;
 void forgetThreadId() noexcept;
 
 } // namespace Impl
+
+// The one activity lock of the process.
+inline Lock* activityLock() noexcept {
+   return &Impl::activityLock_;
+}
 
 } // namespace Kel

@@ -25,8 +25,8 @@ struct AttrCall {
    Ptr< GenericIf > result = nullptr;
    bool flag = false;         // answer of del, exist and unionAlternative
    std::uint32_t count = 0;   // answer of members and version
-   GenericIfRaw::Iterator iterator = {};
-   String text = {};          // answer of gnmiJsonString
+   GenericIfRaw::Iterator* iterator = nullptr;  // where iterate puts its answer
+   String* text = nullptr;                      // where gnmiJsonString puts its answer
 
    bool isConst() const { return view && view->isConst(); }
 };

@@ -259,7 +259,7 @@ struct WithGnmiJson : Plain {
    template< class D >
    static int op( AttrCall& call ) {
       if( call.op == GenericIf::AttributeOp::gnmiJsonString ) {
-         call.text = ( static_cast< D const* >( call.object )->*json )();
+         *call.text = ( static_cast< D const* >( call.object )->*json )();
          return attrOpDone;
       }
       return Plain::template op< D >( call );

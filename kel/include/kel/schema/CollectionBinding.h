@@ -99,7 +99,7 @@ struct CollectionBinding {
          call.count = c.version();
          break;
        default:
-         call.iterator =
+         *call.iterator =
             GenericIfRaw::Iterator( std::make_unique< ContainerIterator< Container, instantiating > >(
                c.iterator(), call.isConst() ) );
       }
