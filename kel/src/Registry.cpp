@@ -1,5 +1,6 @@
 // The registry of type names. Readers take no lock: they see one immutable table, and each registration
 // publishes a new one. Old tables are kept, since a reader may still stand in one.
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <string_view>
@@ -14,7 +15,10 @@ namespace Kel {
 
 namespace {
 
-using NameTable = std::unordered_map< std::string_view, KelType >;
+struct NameTable {
+   std::unordered_map< std::string_view, KelType > types;
+   NameTable const* before = nullptr;
+};
 
 constinit std::atomic< NameTable const* > published = nullptr;
 constinit std::mutex registrationMutex;
@@ -38,10 +42,10 @@ void checkAgainstOtherUnits( KelType type ) {
 void kelModuleIs( KelModule const* module ) {
    std::lock_guard guard( registrationMutex );
    auto const* old = published.load( std::memory_order_acquire );
-   auto* table = old ? new NameTable( *old ) : new NameTable();
+   auto* table = new NameTable{ old ? old->types : decltype( old->types )(), old };
    for( std::uint64_t i = 0; i < module->types; ++i ) {
       KelType type( module, static_cast< std::uint16_t >( i ) );
-      bool typeNameIsNew = table->emplace( type.fullTypeName(), type ).second;
+      bool typeNameIsNew = table->types.emplace( type.fullTypeName(), type ).second;
       KEL_ASSERT( typeNameIsNew );
       checkAgainstOtherUnits( type );
    }
@@ -51,7 +55,7 @@ void kelModuleIs( KelModule const* module ) {
 KelType typeNodeOrNull( char const* name ) {
    auto const* table = published.load( std::memory_order_acquire );
    if( table ) {
-      if( auto at = table->find( name ); at != table->end() ) {
+      if( auto at = table->types.find( name ); at != table->types.end() ) {
          return at->second;
       }
    }
@@ -69,7 +73,7 @@ KelType typeNode( char const* name ) {
 std::vector< char const* > typeNames() {
    std::vector< char const* > names;
    if( auto const* table = published.load( std::memory_order_acquire ) ) {
-      for( auto const& entry : *table ) {
+      for( auto const& entry : table->types ) {
          names.push_back( entry.second.fullTypeName() );
       }
    }
