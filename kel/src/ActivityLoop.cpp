@@ -215,6 +215,7 @@ void ActivityLoop::start() {
    enter();
    loopThread_ = {};
    ownThread_ = new std::thread( [ this ] {
+      crashStackForThread();
       LockAnchor locked( activityLock() );
       loopThread_ = std::this_thread::get_id();
       loopUntilStopped();
