@@ -1,32 +1,10 @@
 #include <kelpy/collections/PyUpdate.h>
 
 #include <kelpy/collections/PyMutation.h>
+#include <kelpy/core/PyPendingError.h>
 #include <kelpy/core/PyRef.h>
 
 namespace {
-
-// Hides the error of a pair that failed while Python code runs that must see errors of its own.
-// The error comes back at the end, unless a newer one has taken its place.
-class HiddenError {
- public:
-   HiddenError() noexcept { PyErr_Fetch( &type_, &value_, &traceback_ ); }
-   HiddenError( HiddenError const& ) = delete;
-   HiddenError& operator=( HiddenError const& ) = delete;
-   ~HiddenError() {
-      if( PyErr_Occurred() ) {
-         Py_XDECREF( type_ );
-         Py_XDECREF( value_ );
-         Py_XDECREF( traceback_ );
-      } else {
-         PyErr_Restore( type_, value_, traceback_ );
-      }
-   }
-
- private:
-   PyObject* type_ = nullptr;
-   PyObject* value_ = nullptr;
-   PyObject* traceback_ = nullptr;
-};
 
 // The outcome is not looked at: the update goes on, and a failure stays pending.
 void setPair( PyGenericIfAttr* self, PyObject* key, PyObject* value ) {
@@ -68,7 +46,7 @@ bool takePair( PyObject* element, Py_ssize_t number, PyObject*& key, PyObject*& 
 // that is not one of a pair before.
 int nextPair(
    PyObject* iterator, Py_ssize_t number, PyRef& element, PyObject*& key, PyObject*& value ) {
-   HiddenError const failedPair;
+   PendingErrorAnchor const failedPair;
    element = PyRef::steal( PyIter_Next( iterator ) );
    if( !element ) {
       return PyErr_Occurred() ? -1 : 0;

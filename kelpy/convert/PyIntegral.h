@@ -11,6 +11,7 @@
 #include <kel/KelAttr.h>
 #include <kel/schema/Types.h>
 #include <kelpy/core/KelPyExport.h>
+#include <kelpy/core/PyPendingError.h>
 
 // Throws the Kel::TypeException of a failed conversion: its text names the wanted type, for an
 // enum all constants, and shows the object. Runs the object's repr.
@@ -49,6 +50,17 @@ decltype( auto ) visitIntegral( Kel::KelType type, Visitor&& visitor ) {
    __builtin_unreachable();
 }
 
+// What `read` makes of the number; `fits` tells whether it left no error. An error from before,
+// as of an earlier pair of an update, stays pending.
+template< class Read >
+auto readNumber( PyObject* number, Read read, bool& fits ) {
+   PendingErrorAnchor const earlier;
+   auto const value = read( number );
+   fits = !PyErr_Occurred();
+   PyErr_Clear();
+   return value;
+}
+
 // What both families share: `readLong` reads a Python long and leaves an error if it does not
 // fit.
 template< class T, class ReadLong >
@@ -57,10 +69,10 @@ Kel::Ptr< Kel::GenericIf > integralToGenericIf(
    KEL_ASSERT( type.size() == sizeof( T ) );
    T value;
    if( PyLong_CheckExact( obj ) ) {
-      auto const wide = readLong( obj );
+      bool fits = true;
+      auto const wide = readNumber( obj, readLong, fits );
       value = static_cast< T >( wide );
-      if( PyErr_Occurred() || !std::in_range< T >( wide ) ) {
-         PyErr_Clear();
+      if( !fits || !std::in_range< T >( wide ) ) {
          GenericIf_TypeExceptionThrow( obj, type );
       }
    } else if( PyInt_CheckExact( obj ) ) {

@@ -51,9 +51,9 @@ double asDouble( PyObject* obj, Kel::KelType type ) {
    if( !PyFloat_CheckExact( obj ) && !PyInt_CheckExact( obj ) && !PyLong_CheckExact( obj ) ) {
       GenericIf_TypeExceptionThrow( obj, type );
    }
-   double const value = PyFloat_AsDouble( obj );
-   if( value == -1.0 && PyErr_Occurred() ) {
-      PyErr_Clear();
+   bool fits = true;
+   double const value = readNumber( obj, PyFloat_AsDouble, fits );
+   if( !fits ) {
       GenericIf_TypeExceptionThrow( obj, type );
    }
    return value;

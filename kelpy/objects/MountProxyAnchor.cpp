@@ -7,37 +7,11 @@
 #include <kel/Notifiee.h>
 #include <kelpy/classes/PyGenericIfClass.h>
 #include <kelpy/core/PyFailure.h>
+#include <kelpy/core/PyPendingError.h>
 
 namespace {
 
 constexpr char proxyMethod[] = "__kel_object__";
-
-// Puts a Python error that was pending aside. It comes back at the end, unless a newer failure has
-// taken its place.
-class PendingErrorAnchor {
- public:
-   PendingErrorAnchor() noexcept { PyErr_Fetch( &type_, &value_, &traceback_ ); }
-   PendingErrorAnchor( PendingErrorAnchor const& ) = delete;
-   PendingErrorAnchor& operator=( PendingErrorAnchor const& ) = delete;
-   ~PendingErrorAnchor() {
-      if( type_ && !PyErr_Occurred() ) {
-         PyErr_Restore( type_, value_, traceback_ );
-      } else {
-         drop();
-      }
-   }
-
-   void drop() noexcept {
-      Py_CLEAR( type_ );
-      Py_CLEAR( value_ );
-      Py_CLEAR( traceback_ );
-   }
-
- private:
-   PyObject* type_ = nullptr;
-   PyObject* value_ = nullptr;
-   PyObject* traceback_ = nullptr;
-};
 
 // Of a type whose instances have no attribute of that name: spares the common arguments a look-up
 // that fails by way of an exception.
