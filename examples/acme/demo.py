@@ -1,0 +1,130 @@
+"""A tour of runtime objects in Python: `./dev demo` runs it, and it is meant to be read along.
+
+The classes live in C++ (Item.h, Store.h); Schema.cpp says once what each of them has. That is all
+that Python needs to know of them.
+"""
+
+from __future__ import print_function
+
+import _Kel
+import acme
+
+
+def headline(text):
+    print("\n" + text + "\n" + "-" * len(text))
+
+
+def refused(function, *args):
+    """Shows the error that a call ends in."""
+    try:
+        function(*args)
+    except Exception as error:
+        print("refused: %s: %s" % (type(error).__name__, error))
+    else:
+        raise AssertionError("%s was not refused" % function)
+
+
+headline("Objects")
+
+# A class is made when it is first asked for: by its name in a schema module, or from its runtime type.
+Dir = _Kel.pyType(_Kel.typeNode("Kel::Dir"))
+
+# To call a class makes a runtime object. The arguments are checked and converted one by one.
+shop = Dir("shop")
+bolt = acme.Item("bolt", 7)
+print("a directory:", repr(shop))
+print("an item:", repr(bolt), "with id", bolt.id)
+refused(acme.Item, "bolt", "seven")
+
+# A directory makes named objects of its own. It acts as a mapping from the names to them.
+washer = shop.newEntity("Acme::Item", "washer")
+print("in the directory:", list(shop), "as", washer.fullName)
+
+
+headline("Attributes")
+
+# Scalars and texts are plain Python values. Each read asks the object, each write changes it.
+bolt.weight = 0.25
+bolt.note = "zinc coated"
+print("weight and note:", bolt.weight, repr(bolt.note))
+
+# An enum is the name of its constant.
+bolt.color = "blue"
+print("color:", bolt.color, "of", acme.Color.attributes)
+
+# A Size is a value with one attribute that says all: it reads and writes as that attribute does. The
+# value object itself is there for those who ask.
+bolt.size = 12
+print("size:", bolt.size, "or", repr(bolt.getRawAttribute("size")))
+
+# Other values are objects of their own. What is read is a copy, and const; a fresh one can be changed
+# and written back.
+point = acme.Point()
+point.x, point.y = 3, 4
+bolt.position = point
+print("position:", bolt.position, "with x", bolt.position.x)
+refused(setattr, bolt.position, "x", 5)
+
+# A pointer leads to an object, or to None.
+nut = acme.Item("nut", 8)
+print("parent:", nut.parent)
+nut.parent = bolt
+print("parent:", repr(nut.parent), "of color", nut.parent.color)
+
+# A static attribute belongs to the class.
+print("unit of all sizes:", acme.Item.unit)
+
+
+headline("Refusals")
+
+# Nothing is written unless it fits, and the error tells what was wanted.
+refused(setattr, bolt, "color", "green")
+refused(setattr, bolt, "size", -1)
+refused(setattr, bolt, "parent", acme.Size(1))
+refused(setattr, bolt, "id", 9)
+refused(setattr, _Kel.constPtr(bolt), "size", 1)
+print("still:", bolt.color, bolt.size, bolt.parent, bolt.id)
+
+
+headline("Values and functions")
+
+# A value can do in Python what its C++ class can. What comes out is read like an attribute.
+big, small = acme.Size(40), acme.Size(2)
+print("sum, quotient, order:", big + small, big / small, small < big)
+refused(lambda: big / acme.Size(0))
+refused(lambda: point * point)
+
+# Functions of an object take what its attributes take, by position.
+bolt.resize(13)
+print("after resize:", bolt.size, "and a sum:", bolt.add(20, 22))
+print("of the class:", acme.Item.describe("red"))
+
+
+headline("Collections")
+
+# Keyed collections act as mappings, ordered ones take and give as their kind says.
+store = acme.Store("store")
+store.price["bolt"] = 3
+store.price["nut"] = 1
+print("prices:", dict(store.price), "and that of a bolt:", store.price["bolt"])
+refused(lambda: store.price["screw"])
+
+# Some make their members themselves.
+stock = store.newItem("bolt", 100)
+stock.count -= 1
+print("in stock:", store.item["bolt"].count, "of", store.item.keys())
+
+
+headline("What there is to know")
+
+# Types, classes and attributes describe themselves; help(acme.Item) shows it all at once.
+print(repr(acme.Item), "is", acme.Item.__doc__)
+for name in acme.Item.attributes:
+    print("   ", acme.Item.__dict__[name].__doc__ if name in acme.Item.__dict__ else name)
+for prop in "readable", "writable", "isImmutable", "doesNotify":
+    print("id is %s: %s" % (prop, bolt.attrProperty("id", prop)))
+
+# The schema itself, as the runtime has it.
+item_type = _Kel.typeNode("Acme::Item")
+print(item_type, "of base", item_type.baseType, "made of", item_type.constructorArgNameQ)
+print(item_type.attr("size"), "of type", item_type.attr("size").memberType)
