@@ -26,7 +26,7 @@ def refused(function, *args):
 
 headline("Objects")
 
-# A class is made when it is first asked for: by its name in a schema module, or from its runtime type.
+# A class is made when it is first asked for: by its name in a schema module, or from its type.
 Dir = _Kel.pyType(_Kel.typeNode("Kel::Dir"))
 
 # To call a class makes a runtime object. The arguments are checked and converted one by one.
@@ -52,13 +52,13 @@ print("weight and note:", bolt.weight, repr(bolt.note))
 bolt.color = "blue"
 print("color:", bolt.color, "of", acme.Color.attributes)
 
-# A Size is a value with one attribute that says all: it reads and writes as that attribute does. The
-# value object itself is there for those who ask.
+# A Size is a value with one attribute that says all: it reads and writes as that attribute does.
+# The value object itself is there for those who ask.
 bolt.size = 12
 print("size:", bolt.size, "or", repr(bolt.getRawAttribute("size")))
 
-# Other values are objects of their own. What is read is a copy, and const; a fresh one can be changed
-# and written back.
+# Other values are objects of their own. What is read is a const copy; a new one can be changed and
+# written.
 point = acme.Point()
 point.x, point.y = 3, 4
 bolt.position = point
