@@ -154,9 +154,18 @@ PyObject* next_get( PyObject* self, void* ) {
    return wrap( Py_TYPE( self ), next, false );
 }
 
-PyObject* floor_new( PyTypeObject* type, PyObject*, PyObject* ) {
+PyObject* floor_new( PyTypeObject* type, PyObject* args, PyObject* ) {
+   char const* text = "a text of some length";
+   unsigned level = 1;
+   if( !PyArg_ParseTuple( args, "|sI", &text, &level ) ) {
+      return nullptr;
+   }
+   Turn turn;
    auto* model = new Model();
    model->next = model;
+   model->textIs( text );
+   model->levelIs( level );
+   turn.gilIsBack();
    return wrap( type, model, true );
 }
 

@@ -14,6 +14,7 @@ import _Kel
 import acme
 import kel_floor
 import kel_many_types
+import scale
 
 UNROLLED = 20
 
@@ -76,8 +77,8 @@ def attribute_rows(rounds, loops):
 def construct_rows(rounds, loops):
     yield "construct and destroy, 2 arguments", best([
         ("kel", "C('text', 1)", {"C": acme.Badge}),
-        ("floor", "C()", {"C": kel_floor.Thing}),
-        ("same turns", "C()", {"C": kel_floor.SameTurns}),
+        ("floor", "C('text', 1)", {"C": kel_floor.Thing}),
+        ("same turns", "C('text', 1)", {"C": kel_floor.SameTurns}),
     ], rounds, loops // 4 or 1)
 
 
@@ -124,6 +125,8 @@ def main():
         print "%-38s %10.1f %10.1f %10.1f %9.2f %11.2f" % (
             title, row["kel"][0], row["floor"][0], row["same turns"][0], ratio(row, "floor"),
             ratio(row, "same turns"))
+    print
+    scale.report()
     if options.json:
         with open(options.json, "w") as out:
             json.dump(dict((title, dict((name, {"least": least, "most": most})
