@@ -163,8 +163,9 @@ class Map : public KeyedCollection< MapNode< K, M > > {
 
    void set( K const& key, M const& member ) {
       if( auto* node = this->node( key ) ) {
-         if( !Schema::sameValue( node->member_, member ) ) {
-            node->member_ = member;
+         bool const differs = !Schema::sameValue( node->member_, member );
+         node->member_ = member;
+         if( differs ) {
             this->changed( key );
          }
       } else {

@@ -158,16 +158,17 @@ class KEL_API PtrInterface {
    static void operator delete( void*, void* ) noexcept {}
 
  protected:
-   // Assigns and notifies if the value differs (always, where the type has no ==). Activity lock.
+   // Assigns, and notifies if the value differs (always, where the type has no ==). Activity lock.
    template< class Member, class Value >
    void memberIs( Member& member, Value&& value, AttributeId attribute ) {
+      bool differs = true;
       if constexpr( requires { member == value; } ) {
-         if( member == value ) {
-            return;
-         }
+         differs = !( member == value );
       }
       member = std::forward< Value >( value );
-      notify( attribute );
+      if( differs ) {
+         notify( attribute );
+      }
    }
 
  private:

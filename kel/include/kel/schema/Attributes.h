@@ -143,8 +143,9 @@ struct PlainBinding {
          *get = std::move( value );
       } else {
          auto& member = static_cast< D* >( call.object )->*get;
-         if( !sameValue< Read >( member, value ) ) {
-            member = std::move( value );
+         bool const differs = !sameValue< Read >( member, value );
+         member = std::move( value );
+         if( differs ) {
             notifyAttr< D >( call );
          }
       }

@@ -93,7 +93,8 @@ Ptr< GenericIf > toGeneric( T const& value, bool isConst = true ) {
    }
 }
 
-// Whether an assignment would change nothing; false where the type cannot tell.
+// Whether nobody has to be told of an assignment; false where the type cannot tell. Equal values may
+// still differ, as the two zeros of a floating point number do.
 template< class T >
 bool sameValue( T const& a, T const& b ) {
    if constexpr( requires { a == b; } ) {
@@ -115,11 +116,15 @@ T* objectFromGeneric( GenericIf const* generic, bool wantConst ) {
    if( !generic ) {
       return nullptr;
    }
-   requireType< T >( generic );
-   if( !wantConst && generic->isConst() ) {
-      throwConstPointer( kelType< T >() );
+   if constexpr( !Declared< T > ) {
+      throwWrongType( KelType(), generic );
+   } else {
+      requireType< T >( generic );
+      if( !wantConst && generic->isConst() ) {
+         throwConstPointer( kelType< T >() );
+      }
+      return static_cast< T* >( generic->voidPtrIs( kelType< T >() ) );
    }
-   return static_cast< T* >( generic->voidPtrIs( kelType< T >() ) );
 }
 
 template< class T >
@@ -128,13 +133,15 @@ T const& valueFromGeneric( GenericIf const* generic ) {
    return *static_cast< T const* >( generic->voidPtrIs( kelType< T >() ) );
 }
 
-// The C++ value of a generic. Throws TypeException for one of another type, ConstException for a const
-// object where a non-const pointer is wanted.
+// The C++ value of a generic, which itself stands for a wanted generic of any type. Throws TypeException
+// for one of another type, ConstException for a const object where a non-const pointer is wanted.
 template< class T >
 T fromGeneric( GenericIf const* generic ) {
    using S = ShapeOf< T >;
    if constexpr( S::isOptional ) {
       return generic ? T( fromGeneric< typename T::value_type >( generic ) ) : T();
+   } else if constexpr( std::is_same_v< T, Ptr< GenericIf const > > ) {
+      return T( generic );
    } else if constexpr( S::isPtr ) {
       return T( objectFromGeneric< typename S::Type >( generic, S::isConst ) );
    } else if constexpr( !Declared< T > ) {
