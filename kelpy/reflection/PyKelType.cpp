@@ -153,7 +153,7 @@ constinit PyGetSetDef PyKelType_getset[] = {
    readOnly( "baseType", PyKelType_baseType_get, "base type" ),
    readOnly( "underlyingType", PyKelType_underlyingType_get, "underlying type of an enum type" ),
    named( "valAttr", PyKelType_valAttr_get ),
-   named( "defaultCollection", PyKelType_defaultCollection_get ),
+   readOnly( "defaultCollection", PyKelType_defaultCollection_get, "default collection" ),
    test< &KelTypeBase::isValue >( "isValue" ),
    test< &KelTypeBase::isEntity >( "isEntity" ),
    test< &KelTypeBase::isConstrainer >( "isConstrainer" ),
