@@ -12,6 +12,7 @@
 #include <kelpy/core/PyModuleFunctions.h>
 #include <kelpy/diagnostics/PyBacktrace.h>
 #include <kelpy/diagnostics/PySigint.h>
+#include <kelpy/notify/PyActivity.h>
 #include <kelpy/notify/PyObjHandle.h>
 #include <kelpy/objects/PyDir.h>
 #include <kelpy/objects/PyEntityFuture.h>
@@ -35,6 +36,7 @@ constinit PyMethodDef functions[] = {
       "Enable atomic smart pointers." },
    { "singleton", singleton, METH_VARARGS, "Look up a singleton by type name." },
    { "handle", handle, METH_O, "Create a PyObject handle." },
+   { "newNotifiee", newNotifiee, METH_VARARGS, "Create a new notifiee." },
    { "typeNode", typeNode, METH_VARARGS,
       "Return the Kel::KelType object with the specified name." },
    { "pyType", pyType, METH_VARARGS,

@@ -5,7 +5,7 @@
 #include <kel/Schema.h>
 #include <kelpy/core/PyLock.h>
 #include <kelpy/core/PyRef.h>
-#include <kelpy/notify/PyInterpreter.h>
+#include <kelpy/notify/PyCallback.h>
 #include <kelpy/objects/PyGenericIf.h>
 #include <kelpy/objects/PyStage.h>
 

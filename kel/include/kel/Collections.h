@@ -126,6 +126,8 @@ class KeyedCollection : public CollectionBase {
       map_.newMemberG( node, &node->key() );
       changed( node->key() );
    }
+   // All at once, and nobody is told.
+   void memberDelAll() { map_._memberDelAll(); }
 
  private:
    void copyFrom( KeyedCollection const& other ) {
