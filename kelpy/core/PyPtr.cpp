@@ -11,7 +11,9 @@
 #include <kelpy/core/PyLockFunctions.h>
 #include <kelpy/core/PyModuleFunctions.h>
 #include <kelpy/diagnostics/PyBacktrace.h>
+#include <kelpy/diagnostics/PyProcTitle.h>
 #include <kelpy/diagnostics/PySigint.h>
+#include <kelpy/diagnostics/PyTrace.h>
 #include <kelpy/notify/PyActivity.h>
 #include <kelpy/notify/PyObjHandle.h>
 #include <kelpy/objects/PyDir.h>
@@ -26,6 +28,18 @@ static_assert( PYTHON_API_VERSION == 1013 );
 namespace {
 
 constinit PyMethodDef functions[] = {
+   { "trace_h", trace_h, METH_VARARGS, "Trace a message." },
+   { "trace_ht", trace_ht, METH_VARARGS, "Trace a message with a tag." },
+   { "setproctitle", setproctitle, METH_VARARGS, "Set the process title." },
+   { "escapedTraceString", escapedTraceString, METH_VARARGS,
+      "Escape a string for tracing or logging." },
+   { "proctitle", proctitle, METH_NOARGS, "Return the process title." },
+   { "kelNowToLinuxMonoTime", kelNowToLinuxMonoTime, METH_VARARGS,
+      "Convert Kel.now() value to Linux monotonic time without SSO time delta." },
+   { "traceLineSuppressed", traceLineSuppressed, METH_VARARGS,
+      "Determine if a tracing level is currently suppressed." },
+   { "traceTagSuppressed", traceTagSuppressed, METH_VARARGS,
+      "Determine if a tracing tag is currently suppressed." },
    { "acquireActivityLock", acquireActivityLock, METH_NOARGS, "Acquire the global activity lock." },
    { "releaseActivityLock", releaseActivityLock, METH_NOARGS, "Release the global activity lock." },
    { "activityLockOwner", activityLockOwner, METH_NOARGS,
