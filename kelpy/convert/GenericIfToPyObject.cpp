@@ -80,12 +80,23 @@ PyObject* enumName( Kel::KelAttr constant ) {
    return name.get();
 }
 
+// Evaluates source text where no Python code reads the value, but a thread of the runtime that is
+// about to call some: only the builtins have names.
+PyObject* evaluateAlone( Kel::String const& source ) {
+   PyRef const globals = PyRef::steal( PyDict_New() );
+   if( !globals ||
+       PyDict_SetItemString( globals.get(), "__builtins__", PyEval_GetBuiltins() ) < 0 ) {
+      return nullptr;
+   }
+   return PyRun_StringFlags(
+      source.charPtr(), Py_eval_input, globals.get(), globals.get(), nullptr );
+}
+
 // Evaluates source text in the namespaces of the Python code that reads the value.
 PyObject* evaluate( Kel::String const& source ) {
    PyFrameObject* const frame = PyEval_GetFrame();
    if( !frame ) {
-      PyErr_SetString( PyExc_SystemError, "no Python frame to evaluate in" );
-      return nullptr;
+      return evaluateAlone( source );
    }
    PyObject* const locals = PyEval_GetLocals();
    if( !locals ) {
