@@ -190,13 +190,29 @@ PyObject* entityFuture( PyObject*, PyObject* args ) {
    return self;
 }
 
+namespace {
+
+// False with a TypeError.
+bool checkEntity( PyObject* object ) {
+   if( PyGenericIf_TypeCheck( object, Kel::kelType< Kel::Entity >() ) ) {
+      return true;
+   }
+   PyErr_SetString( PyExc_TypeError, "expected a Kel::Entity" );
+   return false;
+}
+
+} // namespace
+
 PyObject* convertEntityToFailedMount( PyObject*, PyObject* object ) {
-   if( !PyGenericIf_TypeCheck( object, Kel::kelType< Kel::Entity >() ) ) {
-      PyErr_SetString( PyExc_TypeError, "expected a Kel::Entity" );
+   if( !checkEntity( object ) ) {
       return nullptr;
    }
    Stage const stage( NoSubject(), "" );
    return underLocks( Kel::flags4, stage, noObject, [object]( Kel::PyLockAnchor& ) -> PyObject* {
+      // Another thread may have been faster while this one waited for the lock.
+      if( !checkEntity( object ) ) {
+         return nullptr;
+      }
       void* const address = asWrapper( object )->gif->voidPtrIs( Kel::kelType< Kel::Entity >() );
       auto const entity = static_cast< Kel::Entity* >( address );
       PyObject* const fullName = PyStr_FromKelString( entity->fullName() );
