@@ -121,6 +121,16 @@ bool addDescriptors( PyObject* dict, Kel::KelType type, bool ( *add )( PyObject*
    return true;
 }
 
+// Without memory PyType_Ready does two things wrong. It takes for granted that it gets a weak
+// reference for the base's list of subclasses, so there is one to share beforehand. And it passes
+// over entries that it cannot make and leaves the error pending.
+bool makeReady( PyTypeObject& cls ) {
+   bool const wasPending = PyErr_Occurred();
+   PyRef const weak =
+      PyRef::steal( PyWeakref_NewRef( reinterpret_cast< PyObject* >( &cls ), nullptr ) );
+   return weak && PyType_Ready( &cls ) == 0 && ( wasPending || !PyErr_Occurred() );
+}
+
 PyTypeObject* createPyType( Kel::KelType type ) {
    Kel::KelType const baseType = classBaseOf( type );
    PyTypeObject* const base = baseType ? getOrCreatePyType( baseType ) : nullptr;
@@ -136,7 +146,7 @@ PyTypeObject* createPyType( Kel::KelType type ) {
    PyObject* const dict = cls.type().tp_dict = PyDict_New();
    // The factories come first: an attribute that really has such a name takes its place.
    if( !dict || !addDescriptors( dict, type, addFactory ) ||
-       !addDescriptors( dict, type, addAttribute ) || PyType_Ready( &cls.type() ) < 0 ) {
+       !addDescriptors( dict, type, addAttribute ) || !makeReady( cls.type() ) ) {
       return nullptr;
    }
    pyTypes.emplace( type, &cls.type() );

@@ -5,6 +5,7 @@
 #include <kelpy/core/PyPython.h>
 
 #include <memory>
+#include <new>
 #include <unordered_map>
 
 #include <kel/KelModule.h>
@@ -19,6 +20,18 @@ struct remove_ref {
 template< class Handle >
 using WrapperCache = std::unordered_map< Handle, std::unique_ptr< PyObject, remove_ref > >;
 
+// The slot of the handle, made empty at its first request; null with a MemoryError.
+template< class Handle >
+std::unique_ptr< PyObject, remove_ref >* slotOf(
+   WrapperCache< Handle >& cache, Handle handle ) noexcept {
+   try {
+      return &cache[handle];
+   } catch( std::bad_alloc const& ) {
+      PyErr_NoMemory();
+      return nullptr;
+   }
+}
+
 // The wrapper of the handle, made at the first request: a new reference, None for a null handle.
 // Where it cannot be made the slot stays empty, and the next request tries again.
 template< class Record, class Handle >
@@ -27,17 +40,20 @@ PyObject* wrapperOf( WrapperCache< Handle >& cache, PyTypeObject& type, Handle h
    if( !handle ) {
       Py_RETURN_NONE;
    }
-   auto& slot = cache[handle];
+   auto* const slot = slotOf( cache, handle );
    if( !slot ) {
+      return nullptr;
+   }
+   if( !*slot ) {
       PyObject* const object = _PyObject_New( &type );
       if( !object ) {
          return nullptr;
       }
       reinterpret_cast< Record* >( object )->*field = handle;
-      slot.reset( object );
+      slot->reset( object );
    }
-   Py_INCREF( slot.get() );
-   return slot.get();
+   Py_INCREF( slot->get() );
+   return slot->get();
 }
 
 // The argument rows from `row` on, `count` of them: their names, or those of their types, as a
