@@ -152,7 +152,8 @@ class Backtraces(TestCase):
         self.assertIn("failTraced", "\n".join(error.backtrace.frames()))
 
     def test_one_without_has_no_such_attribute(self):
-        self.assertFalse(hasattr(refusal(odd.Faults().fail, "Kel::RangeException", ""), "backtrace"))
+        error = refusal(odd.Faults().fail, "Kel::RangeException", "")
+        self.assertFalse(hasattr(error, "backtrace"))
 
     def test_the_instance_is_whole_before_it_is_raised(self):
         class Collected(Exception):

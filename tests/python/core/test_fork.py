@@ -1,4 +1,7 @@
-"""The activity lock, the GIL and the import lock around a fork. Each test has a process of its own."""
+"""The activity lock, the GIL and the import lock around a fork.
+
+Each test has a process of its own.
+"""
 
 import unittest
 

@@ -289,7 +289,8 @@ class Lookup(TestCase):
         self.assertIs(self.item.attr(u"note"), self.item.attr("note"))
 
     def test_an_unknown_name_or_number_is_None(self):
-        for key in "noSuchName", u"noSuchName", u"\u20ac", "", "size ", 0, 1, -1, 123456, 2L, 2 ** 40:
+        for key in ("noSuchName", u"noSuchName", u"\u20ac", u"\ud800", "", "size ", 0, 1, -1, 123456,
+                    2L, 2 ** 40):
             self.assertIs(self.item.attr(key), None, key)
 
     def test_a_number_finds_the_attribute_of_that_id(self):
