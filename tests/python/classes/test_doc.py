@@ -136,12 +136,14 @@ class Descriptors(TestCase):
             "'Odd::Unregistered'\")", lambda: doc("Odd::Args", "unknown"))
 
     def test_every_descriptor_of_the_schemas_has_a_doc(self):
-        for module, names in [(acme, "Color Size Name Point Thing Item StockItem Badge Store Shelf"),
-                              (odd, "Scalars Values Node Coll Faults Probe Notes Board Tags")]:
+        for module, names in [
+                (acme, "Color Size Name Point Thing Item StockItem Badge Store Shelf"),
+                (odd, "Scalars Values Node Coll Faults Probe Notes Board Tags")]:
             for name in names.split():
                 for key, member in vars(getattr(module, name)).items():
                     if type(member) is type(vars(acme.Item)["size"]):
-                        self.assertIn(key if key[:3] not in ("new", "add") else "", member.__doc__)
+                        self.assertRegexpMatches(
+                            member.__doc__, r"^(Instantiate|Add) a .*|'?%s'? [:=] .+" % key)
 
     def test_a_doc_is_read_while_another_thread_holds_the_activity_lock(self):
         held, done = threading.Event(), threading.Event()

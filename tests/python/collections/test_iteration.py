@@ -115,13 +115,12 @@ class Iteration(TestCase):
         text[Unreadable()] = 1
         text["good"] = 2
         for walk, expected in [(text.iterkeys, ["good"]), (text.iteritems, [("good", 2)])]:
-            iterator, found = walk(), []
-            errors = 0
-            while True:
+            iterator, found, errors = walk(), [], 0
+            for _ in range(3):
                 try:
                     found.append(next(iterator))
                 except StopIteration:
-                    break
+                    pass
                 except SyntaxError:
                     errors += 1
             self.assertEqual((found, errors), (expected, 1))

@@ -8,6 +8,7 @@ import acme
 import kel_hand
 import odd
 from kel_testing import TestCase, in_child
+from kel_testing.pending import pending_of
 
 MOUNT_PROXY = ('Kel::Exception("Attempting to resolve mount proxy while holding the activity lock, '
                'which can cause a deadlock. See BUG853618.")')
@@ -21,16 +22,6 @@ class Proxy(object):
         if isinstance(self.result, Exception):
             raise self.result
         return self.result
-
-
-def pending_of(function, *args, **keywords):
-    """Type and text of the error that a call leaves pending although it returns."""
-    try:
-        function(*args, **keywords)
-        # The interpreter finds the pending error no later than here.
-        iter([]).next()
-    except Exception as error:
-        return type(error), str(error)
 
 
 class ItemAssignment(TestCase):
@@ -201,7 +192,8 @@ class Clear(TestCase):
         store.price["a"] = 1
         store.track.push(1)
         const = _Kel.constPtr(store)
-        text = 'Acme::Store.%s: Kel::ConstException("cannot change Acme::Store.%s of a const object")'
+        text = ('Acme::Store.%s: Kel::ConstException("cannot change Acme::Store.%s of a const '
+                'object")')
         self.assertRefused(AttributeError, text % ("price", "price"), const.price.clear)
         self.assertRefused(AttributeError, text % ("track", "track"), const.track.clear)
         self.assertEqual((len(store.price), len(store.track)), (1, 1))

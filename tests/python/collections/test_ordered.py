@@ -42,7 +42,8 @@ class Ordered(TestCase):
             self.assertEqual([vector.pop() for _ in range(3)], map(kind.member, (2, 1, 0)))
 
     def test_either_end_of_an_empty_collection_is_an_IndexError(self):
-        for orders, methods in [((QUEUE, VECTOR), ("front", "back")), ((STACK,), ("top", "bottom"))]:
+        for orders, methods in [((QUEUE, VECTOR), ("front", "back")),
+                                ((STACK,), ("top", "bottom"))]:
             for kind in self.ordered(*orders):
                 for method in methods:
                     self.assertRefused(

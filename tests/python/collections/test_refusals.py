@@ -7,6 +7,7 @@ import odd
 from kel_testing import TestCase, in_child
 from kel_testing.kinds import (
     EXTERNAL, INSTANTIATING, INTERNAL, QUEUE, SET, STACK, VECTOR, kinds, on_each)
+from kel_testing.pending import pending_of
 
 SETITEM_NEW = "'__setitem__' not allowed for instantiating collection; use newMember instead"
 SETITEM_ADD = "'__setitem__' not allowed for collection with internal key; use addMember instead"
@@ -199,16 +200,6 @@ class EveryCell(TestCase):
 
     def test_bottom(self):
         self.check_reading("bottom", 0)
-
-
-def pending_of(function, *args, **keywords):
-    """Type and text of the error that a call leaves pending although it returns."""
-    try:
-        function(*args, **keywords)
-        # The interpreter finds the pending error no later than here.
-        iter([]).next()
-    except Exception as error:
-        return type(error), str(error)
 
 
 class OrderOfTheChecks(TestCase):

@@ -1,4 +1,4 @@
-"""A collection of every kind, with keys and members that fit, for suites that run over all kinds."""
+"""A collection of every kind, with keys and members that fit, for suites over all kinds."""
 
 import sys
 
