@@ -343,14 +343,23 @@ class Update(TestCase):
         self.assertIn("assertion failed: !PyErr_Occurred() (", outcome.err)
 
     def test_a_source_may_change_while_it_is_walked(self):
+        made = []
+
         class Key(object):
+            def __getattr__(self, name):
+                if name == "__kel_object__":
+                    source.clear()
+                    # Takes the place of the value in memory, if that is gone.
+                    made.append(int("54321"))
+                raise AttributeError(name)
+
             def __repr__(self):
-                source.clear()
                 return "'key'"
-        source = {Key(): 1}
+        source = {}
+        source[Key()] = int("12345")
         text = odd.Coll().text
         text.update(source)
-        self.assertEqual((len(source), text.values()), (0, [1]))
+        self.assertEqual((len(source), text.values()), (0, [12345]))
 
 
 if __name__ == "__main__":

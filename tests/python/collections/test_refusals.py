@@ -3,6 +3,7 @@
 import unittest
 
 import acme
+import kel_collections
 import odd
 from kel_testing import TestCase, in_child
 from kel_testing.kinds import (
@@ -264,6 +265,14 @@ class FaultsOfTheProgram(unittest.TestCase):
 
     def test_add_on_a_set_with_an_internal_key_ends_the_process(self):
         self.assertAborts("!resolvedIndex", "coll.part.add('a')")
+
+    def test_adding_to_an_instantiating_collection_ends_the_process_on_any_road(self):
+        self.assertAborts(
+            "!attr.instantiating()",
+            "import kel_collections; kel_collections.add(coll, coll.intake.kelAttr, 1)")
+        coll = odd.Coll()
+        kel_collections.add(coll, coll.line.kelAttr, 1)
+        self.assertEqual(coll.line.values(), [1])
 
     def test_these_refusals_alone_end_no_process(self):
         coll = odd.Coll()
