@@ -15,6 +15,7 @@
 #include <kelpy/diagnostics/PySigint.h>
 #include <kelpy/diagnostics/PyTrace.h>
 #include <kelpy/notify/PyActivity.h>
+#include <kelpy/notify/PyCallback.h>
 #include <kelpy/notify/PyObjHandle.h>
 #include <kelpy/objects/PyDir.h>
 #include <kelpy/objects/PyEntityFuture.h>
@@ -150,5 +151,7 @@ void init_Kel() {
       Kel::registerAtForkHandler( prepareGilAndActivityLockPosix, postGilFork, postGilFork, 10 );
    } catch( ... ) {
       Kel::translateCppExceptionToPython( "" );
+      return;
    }
+   watchInterpreterEnd();
 }

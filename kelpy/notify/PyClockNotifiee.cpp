@@ -1,7 +1,6 @@
 #include <kelpy/notify/PyClockNotifiee.h>
 
 #include <kel/Activity.h>
-#include <kelpy/core/PyLock.h>
 #include <kelpy/core/PyRef.h>
 #include <kelpy/notify/PyCallback.h>
 
@@ -65,12 +64,15 @@ void PyClockNotifiee::onAttribute( AttributeId attribute, void const* ) {
 // The handle outlives the call, in which the notifiee may end.
 void PyClockNotifiee::handleTime() {
    PyObject* const function = handler_->pyObject();
-   if( !function || !pythonRuns() ) {
+   if( !function ) {
       return;
    }
    Ptr< PyObjHandle > const kept = handler_;
    UnlockAnchor const unlocked( ActivityImplFacility::activityManagerSm()->activityLock() );
-   GilAnchor const gil;
+   CallbackGil const gil;
+   if( !gil ) {
+      return;
+   }
    PyRef const result = PyRef::steal( PyObject_CallObject( function, nullptr ) );
    if( !result ) {
       endWithPythonError( "PyClockNotifiee::handleNotification's handler raised an exception" );

@@ -2,7 +2,6 @@
 
 #include <kel/Lock.h>
 #include <kelpy/convert/GenericIfToPyObject.h>
-#include <kelpy/core/PyLock.h>
 #include <kelpy/core/PyRef.h>
 #include <kelpy/notify/PyCallback.h>
 #include <kelpy/reflection/PyKelAttr.h>
@@ -49,21 +48,27 @@ bool PyGenericIfNotifieeBase::passes( KelAttr attr ) const {
 
 namespace {
 
-// What one call of a handler owns. Filled and emptied with the GIL held.
+// What one call of a handler owns. Made and used up with the GIL held.
 struct HandlerCall {
    PyRef function;
    PyRef key;
 };
 
+// Without a function if the handler is not to be called.
 HandlerCall prepareCall( PyObject* function, Ptr< GenericIf const > const& key ) {
-   HandlerCall call{ PyRef::borrow( function ), PyRef() };
+   CallbackGil const gil;
+   if( !gil ) {
+      return HandlerCall();
+   }
+   PyRef held = PyRef::borrow( function );
    Ptr< GenericIf > copy( const_cast< GenericIf* >( key.get() ) );
-   call.key = PyRef::steal( GenericIfToPyObject( std::move( copy ), true ) );
-   if( !call.key ) {
+   PyRef pyKey = PyRef::steal( GenericIfToPyObject( std::move( copy ), true ) );
+   if( !pyKey ) {
       endWithPythonError( "Exception occurred building 'key' argument to "
                           "Python notifiee handler function" );
+      return HandlerCall();
    }
-   return call;
+   return { std::move( held ), std::move( pyKey ) };
 }
 
 void runHandler( HandlerCall call, KelAttr attr ) {
@@ -74,6 +79,12 @@ void runHandler( HandlerCall call, KelAttr attr ) {
    }
 }
 
+// What belongs to an interpreter that is gone stays as it is.
+void abandon( HandlerCall& call ) {
+   static_cast< void >( call.function.release() );
+   static_cast< void >( call.key.release() );
+}
+
 } // namespace
 
 // The reference on the function outlives the notifiee, which the handler may end.
@@ -82,17 +93,19 @@ void PyGenericIfNotifiee::onAttribute( KelAttr attr, Ptr< GenericIf const > cons
       return;
    }
    PyObject* const function = handler()->pyObject();
-   if( !function || !pythonRuns() ) {
+   if( !function ) {
       return;
    }
-   HandlerCall call;
-   {
-      GilAnchor const gil;
-      call = prepareCall( function, key );
+   HandlerCall call = prepareCall( function, key );
+   if( !call.function ) {
+      return;
    }
    UnlockAnchor const unlocked( activityLock() );
-   GilAnchor const gil;
-   runHandler( std::move( call ), attr );
+   if( CallbackGil const gil; gil ) {
+      runHandler( std::move( call ), attr );
+   } else {
+      abandon( call );
+   }
 }
 
 } // namespace Kel

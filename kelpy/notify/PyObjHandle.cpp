@@ -45,11 +45,12 @@ void PyObjHandle::handleInit() {
 }
 
 void PyObjHandle::handleDelete() {
-   if( !pyObject_ || !pythonRuns() ) {
+   if( !pyObject_ ) {
       return;
    }
-   GilAnchor const gil;
-   PyRef::steal( pyObject_ );
+   if( CallbackGil const gil; gil ) {
+      PyRef::steal( pyObject_ );
+   }
 }
 
 Ptr< PyObjHandle > pyObjHandleFactory( PyObject* pyObject, bool passedRef ) {
