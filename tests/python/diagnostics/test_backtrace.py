@@ -52,7 +52,8 @@ class Backtrace(TestCase):
         backtrace = refusal(odd.Faults().failTraced, "x").backtrace
         frames = backtrace.frames()
         self.assertEqual(repr(backtrace), "<_Kel.Backtrace with %d frames>" % len(frames))
-        self.assertIn("failTraced", frames[0])
+        # A sanitizer may put frames of its own on top.
+        self.assertTrue(any("failTraced" in line for line in frames[:3]), frames)
 
     def test_it_lives_without_the_exception_and_goes_with_its_last_reference(self):
         backtrace = refusal(odd.Faults().failTraced, "x").backtrace
