@@ -168,6 +168,25 @@ PyObject* genericReferences( PyObject*, PyObject* object ) {
    return PyLong_FromUnsignedLong( wrapperOrNull( object )->gif->kelReferenceWord() );
 }
 
+// The full names of all types, in order.
+PyObject* typeNames( PyObject*, PyObject* ) {
+   PyRef names = PyRef::steal( PyList_New( 0 ) );
+   for( char const* name : Kel::typeNames() ) {
+      PyRef const text = PyRef::steal( PyString_FromString( name ) );
+      if( !names || !text || PyList_Append( names.get(), text.get() ) < 0 ) {
+         return nullptr;
+      }
+   }
+   return names.release();
+}
+
+// leaveError(): breaks the rules, to see that somebody notices: gives None and leaves an error
+// pending.
+PyObject* leaveError( PyObject*, PyObject* ) {
+   PyErr_SetString( PyExc_KeyError, "left" );
+   Py_RETURN_NONE;
+}
+
 // A view of no object, to have an instance of a type of which no object can be made.
 class EmptyView final : public Kel::GenericIf {
  public:
@@ -195,6 +214,8 @@ constinit PyMethodDef functions[] = {
    { "del_", del, METH_VARARGS, nullptr },
    { "genericAddress", genericAddress, METH_O, nullptr },
    { "genericReferences", genericReferences, METH_O, nullptr },
+   { "typeNames", typeNames, METH_NOARGS, nullptr },
+   { "leaveError", leaveError, METH_NOARGS, nullptr },
    { "emptyView", emptyView, METH_VARARGS, nullptr },
    {},
 };
