@@ -30,7 +30,7 @@ Kel::Entity* entityOf( PyGenericIfAttr const* self ) {
    return static_cast< Kel::Entity* >( ent );
 }
 
-// The address of the parent's object; the parent is not null.
+// The address of the parent's object; the parent is not null. Activity lock.
 void* addressOfParent( PyGenericIfAttr const* self ) {
    auto const gif = PyGenericIfToGenericIf( self->parent );
    return gif->voidPtrIs( kelTypeOf( asObject( self->parent ) ) );
@@ -144,6 +144,7 @@ bool isSameAttr( PyGenericIfAttr const* a, PyGenericIfAttr const* b ) {
           a->kelAttr.attrIndex() == b->kelAttr.attrIndex();
 }
 
+// Activity lock.
 bool isSameObject( PyGenericIfAttr const* a, PyGenericIfAttr const* b ) {
    if( !a->parent || !b->parent ) {
       return !a->parent && !b->parent;
@@ -162,8 +163,10 @@ PyObject* compareContents( PyGenericIfAttr* a, PyGenericIfAttr* b, int op ) {
 
 // The contents are not looked at.
 PyObject* compareIdentities( PyGenericIfAttr const* a, PyGenericIfAttr const* b, int op ) {
-   return guarded( Stage( a->kelAttr, "" ), noObject, [&] {
+   Stage const stage( a->kelAttr, "" );
+   return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
       bool const isSame = isSameObject( a, b ) && isSameAttr( a, b );
+      locks.gilHeldIs( true );
       return PyBool_FromLong( isSame == ( op == Py_EQ ) );
    } );
 }

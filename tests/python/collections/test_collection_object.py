@@ -1,6 +1,7 @@
 """What a collection says of itself, and when two of them are equal."""
 
 import operator
+import threading
 import unittest
 
 import _Kel
@@ -206,6 +207,24 @@ class Equality(TestCase):
         shelf = acme.Shelf("shelf")
         self.assertTrue(shelf.entityPtr == shelf.entityPtr)
         self.assertFalse(shelf.entityPtr == shelf.slot)
+
+    def test_an_object_is_looked_at_under_the_activity_lock(self):
+        price = acme.Store("store").price
+        results, done = [], threading.Event()
+
+        def compare():
+            results.append(price == price)
+            done.set()
+        thread = threading.Thread(target=compare)
+        _Kel.acquireActivityLock()
+        try:
+            thread.start()
+            done.wait(0.2)
+            self.assertEqual(results, [], "the comparison took no lock")
+        finally:
+            _Kel.releaseActivityLock()
+            thread.join()
+        self.assertEqual(results, [True])
 
     def test_an_objects_collections_have_no_order(self):
         store = acme.Store("store")
