@@ -22,7 +22,7 @@ struct KelFilterAttr : HashMap2018Node {
 };
 
 // Names of attributes, each with a mark. An absent name reads as false.
-class FilterAttrs : public KeyedCollection< KelFilterAttr > {
+class KELPY_API FilterAttrs : public KeyedCollection< KelFilterAttr > {
  public:
    // Never null.
    bool const* find( String const& name ) const;
