@@ -10,6 +10,7 @@
 #include <kelpy/core/PyFailure.h>
 #include <kelpy/core/PyLock.h>
 #include <kelpy/core/PyMarshal.h>
+#include <kelpy/core/PyPendingError.h>
 #include <kelpy/core/PyRef.h>
 #include <kelpy/objects/PyGenericIf.h>
 
@@ -138,6 +139,13 @@ GenericPtr wrapperToGenericIf( PyObject* obj, Kel::KelType type ) {
    return PyGenericIfToGenericIf( reinterpret_cast< PyGenericIf* >( obj ) );
 }
 
+// Null with a Python error. An error from before, as of an earlier pair of an update, is kept out
+// of the sight of the object's own code.
+PyRef reprOf( PyObject* obj ) {
+   PendingErrorAnchor const earlier;
+   return PyRef::steal( PyObject_Repr( obj ) );
+}
+
 // The object, or its repr, as a value of the default attribute.
 GenericPtr defaultAttrValue( PyObject* obj, DefaultAttrData const& data ) {
    Kel::KelType const memberType = data.setAttr.memberType();
@@ -145,7 +153,7 @@ GenericPtr defaultAttrValue( PyObject* obj, DefaultAttrData const& data ) {
    if( !data.isRepr ) {
       return PyObjectToGenericIf_unsafe( obj, memberType, optional );
    }
-   auto const text = PyRef::steal( PyObject_Repr( obj ) );
+   auto const text = reprOf( obj );
    if( !text ) {
       throw PythonException();
    }
