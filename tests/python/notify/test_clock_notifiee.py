@@ -263,6 +263,18 @@ class WhatHandlersDo(TestCase):
         self.assertEqual(seen, [True])
         self.assertIsNone(alive())
 
+    def test_the_handle_is_held_for_the_length_of_the_call(self):
+        references, handles = [], []
+        look = lambda: references.append(handles[0].kelSmartPointerReferences())
+        handles.append(_Kel.handle(look))
+        made = ClockNotifiee(clock, handles[0])
+        look()
+        made.handleTime()
+        look()
+        self.assertEqual(references, [2, 3, 2])
+        # No collector sees through a handle.
+        del handles[:]
+
     def test_it_may_make_and_drop_other_timers(self):
         now, order, kept = clock.now, [], {}
 
