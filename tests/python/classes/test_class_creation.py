@@ -20,6 +20,8 @@ OBJECT_METHODS = {
         "Return the attribute of the given name, avoiding defaultAttribute conversion.",
     "attrProperty": "Return the value of the named property of the attribute of the given name.",
     "_getmethod": "Return a method with the given name.",
+    "valueToGnmiBytes": "Return valueToGnmiBytes representation",
+    "valueToGnmiString": "Return valueToGnmiString representation",
     "kelSmartPointerReferences":
         "Return the number of smart pointer references to the object.",
 }

@@ -11,11 +11,23 @@ import kel_failures
 from kel_testing import TestCase, in_child
 
 FUNCTIONS = {
+    "trace_h": "Trace a message.",
+    "trace_ht": "Trace a message with a tag.",
+    "setproctitle": "Set the process title.",
+    "escapedTraceString": "Escape a string for tracing or logging.",
+    "proctitle": "Return the process title.",
+    "kelNowToLinuxMonoTime":
+        "Convert Kel.now() value to Linux monotonic time without SSO time delta.",
+    "traceLineSuppressed": "Determine if a tracing level is currently suppressed.",
+    "traceTagSuppressed": "Determine if a tracing tag is currently suppressed.",
     "acquireActivityLock": "Acquire the global activity lock.",
     "releaseActivityLock": "Release the global activity lock.",
     "activityLockOwner": "Return the owner of the activity lock.",
     "timedAcquireActivityLock": "Try to acquire the global activity lock.",
     "enableThreadSafePointers": "Enable atomic smart pointers.",
+    "singleton": "Look up a singleton by type name.",
+    "handle": "Create a PyObject handle.",
+    "newNotifiee": "Create a new notifiee.",
     "typeNode": "Return the Kel::KelType object with the specified name.",
     "pyType": "Return the Python type object for the specified Kel::KelType.",
     "nonConst": "Return a mutable copy of the specified value.",
@@ -50,16 +62,17 @@ FUNCTIONS = {
         "collection.",
     "convertEntityToFailedMount": "Convert a Kel::Entity to a FailedMount.",
     "demangle": "demangle a C++ mangled name",
+    "gnmiJsonString": "Return gnmiJsonString representation",
     "pythonForkHandlersRegistered": "Indicate python-level fork handlers are registered",
     "atforkPrepare": "we are preparing to fork",
 }
 
 NO_ARGUMENTS = ["acquireActivityLock", "releaseActivityLock", "activityLockOwner",
                 "enableThreadSafePointers", "attributeAccessorCount",
-                "pythonForkHandlersRegistered", "atforkPrepare"]
+                "pythonForkHandlersRegistered", "atforkPrepare", "proctitle"]
 ONE_ARGUMENT = ["nonConst", "const", "nonConstPtr", "constPtr", "isConst", "isValue",
                 "isCollection", "isFunction", "isEntityFuture", "isFailedMount", "addressOf",
-                "hashOf", "newEntityHookIs", "newInstanceHookIs", "getitemHookIs",
+                "hashOf", "handle", "newEntityHookIs", "newInstanceHookIs", "getitemHookIs",
                 "convertEntityToFailedMount"]
 
 HOOKS = ["newEntityHook_", "newInstanceHook_", "getitemHook_"]
@@ -101,10 +114,12 @@ class Namespace(unittest.TestCase):
         self.assertIs(type(kel_failures.backtrace(1)), _Kel.Backtrace)
         self.assertNotIn("KelType", dir(_Kel))
 
-    def test_it_holds_functions_beside_that(self):
-        for name in dir(_Kel):
-            if not name.startswith("__") and name != "Backtrace":
-                self.assertIs(type(getattr(_Kel, name)), type(len), name)
+    def test_it_holds_its_40_functions_beside_that(self):
+        names = set(name for name in dir(_Kel) if not name.startswith("__")) - set(["Backtrace"])
+        self.assertEqual(names, set(FUNCTIONS))
+        self.assertEqual(len(names), 40)
+        for name in names:
+            self.assertIs(type(getattr(_Kel, name)), type(len), name)
 
     def test_functions_without_arguments_refuse_one(self):
         for name in NO_ARGUMENTS:
