@@ -37,11 +37,12 @@ struct QuietHolder;
 struct Tags;
 struct Payload;
 struct Empty;
+struct Renamed;
 class Values;
 
 KEL_TYPES( _Odd_Values_kelModule, Point3, Segment, Boxed, PyText, Both, TwoDomain, OneDomain,
    BadStatic, BadKind, BadColl, BadFunc, MoreBoxed, MaybeBoxed, Thrower, BadName, BadRepr, Shape,
-   ColorSet, Holder, Nest, Sealed, QuietHolder, Tags, Payload, Empty, Values );
+   ColorSet, Holder, Nest, Sealed, QuietHolder, Tags, Payload, Empty, Renamed, Values );
 
 struct Point3 : Acme::Point {
    S32 z = 0;
@@ -177,6 +178,19 @@ struct BadRepr {
    bool operator==( BadRepr const& ) const = default;
 
    U32 number = 0;
+};
+
+// Its one constructor argument is not its default attribute, and not just stored; its second
+// declaration is not to be looked at.
+struct Renamed {
+   Renamed() = default;
+   explicit Renamed( U32 number ) : value( number + 100 ) {}
+
+   static String defaultAttribute() { return "value"; }
+   static String defaultReprAttribute() { return "nothing"; }
+   bool operator==( Renamed const& ) const = default;
+
+   U32 value = 0;
 };
 
 // The alternative that was set last lives; the other one reads as zero.

@@ -29,6 +29,10 @@ class DefaultAttribute(TestCase):
     def test_defaultAttribute_wins_over_defaultReprAttribute(self):
         self.assertEqual(default("Odd::Both"), ("a", False))
 
+    def test_behind_defaultAttribute_a_bad_defaultReprAttribute_is_not_looked_at(self):
+        self.assertEqual(odd.Renamed.defaultReprAttribute, "nothing")
+        self.assertEqual(default("Odd::Renamed"), ("value", False))
+
     def test_an_inherited_declaration_counts(self):
         self.assertEqual(default("Odd::MoreBoxed"), ("inner", False))
 

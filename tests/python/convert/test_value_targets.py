@@ -97,6 +97,11 @@ class ValueTargets(TestCase):
         made = convert(8, "Odd::OneDomain")[3]
         self.assertEqual((made.value, made.other), (8, 0))
 
+    def test_a_constructor_of_one_argument_of_another_name_is_not_called(self):
+        self.assertEqual(_Kel.typeNode("Odd::Renamed").constructorArgNameQ, ("number",))
+        self.assertEqual(odd.Renamed(8).value, 108)
+        self.assertEqual(convert(8, "Odd::Renamed")[3].value, 8)
+
     def test_None_fails_for_a_value_that_is_not_optional(self):
         for name in VALUES:
             if name in ("Odd::PyText", "Odd::MaybeBoxed"):

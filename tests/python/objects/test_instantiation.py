@@ -143,6 +143,12 @@ class Keywords(TestCase):
         self.assertRefused(NotImplementedError, EXPLAINED % "Odd::Segment.end",
                            odd.Segment, acme.Point(), acme.Point(), end=acme.Point())
 
+    def test_one_that_can_be_written_keeps_the_text_of_its_own_failure(self):
+        error = NotImplementedError("proxy")
+        self.assertRefused(NotImplementedError, "proxy", acme.Size, value=RaisingProxy(error))
+        self.assertRefused(NotImplementedError, EXPLAINED % "Acme::Name.value",
+                           acme.Name, value=RaisingProxy(error))
+
     def test_another_one_that_cannot_be_written_keeps_the_runtimes_text(self):
         self.assertRefused(
             NotImplementedError, 'Odd::Sealed.n: mutator: Kel::NoImplementationException('

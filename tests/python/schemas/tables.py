@@ -1,5 +1,27 @@
-"""The types of the two schemas: the document of each class, and below it its own attributes in
+"""The types of the runtime and of the two schemas: the document of each class, and below it its own attributes in
 their order, each with its signature and the words of its flags. Tests rely on every name here.
+"""
+
+RUNTIME = """
+Kel::MountMode : Kel::Enum
+    read = 0
+    write = 1
+Kel::Entity : Kel::Type(name) : Kel::PtrInterface
+    name : Kel::String immutable
+    fullName : Kel::String
+Kel::Dir : Kel::Type(name) : Kel::Entity
+    mountMode : Kel::MountMode rw
+    isMounted : bool rw
+    entityPtr : Kel::Entity::Ptr[name] n
+    mountExempt : bool rw
+Kel::ActivityManager : Kel::Type() : Kel::Entity
+    run : void()
+    runUntilIdle : void()
+    stop : void()
+    start : void()
+    isRunning : bool
+Kel::ActivityManagerConfig : Kel::Type() : Kel::Entity
+    stopOnQuiesce : bool rw
 """
 
 ACME = """
@@ -159,6 +181,10 @@ Odd::Payload : Kel::Type() : Kel::Nominal
     text : Kel::String rw dom
     raw : Kel::String rw
 Odd::Empty : Kel::Type() : Kel::Nominal
+Odd::Renamed : Kel::Type(number) : Kel::Nominal
+    value : U32 rw dom
+    defaultAttribute : static Kel::String
+    defaultReprAttribute : static Kel::String
 Odd::Values : Kel::Type()
     point3 : Odd::Point3 rw
     segment : Odd::Segment rw
