@@ -73,6 +73,17 @@ bool FailingMemory::failed() {
    return hasFailed;
 }
 
+bool FailingMemory::reachesInterpreter() {
+   PyObject* text = nullptr;
+   {
+      FailingMemory const memory( 0, Of::python );
+      text = PyString_FromString( "a text that nobody has made before" );
+   }
+   Py_XDECREF( text );
+   PyErr_Clear();
+   return hasFailed;
+}
+
 std::size_t blocksAlive( std::size_t size ) {
    return static_cast< std::size_t >( std::ranges::count_if(
       blocks, [size]( Block const& each ) { return each.block && each.size == size; } ) );

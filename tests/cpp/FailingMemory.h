@@ -17,6 +17,9 @@ class FailingMemory {
 
    // Whether that many allocations were asked for.
    static bool failed();
+   // Whether the interpreter's own requests can be made to fail. One that was linked so that its
+   // library calls itself directly asks its own allocator.
+   static bool reachesInterpreter();
 };
 
 // The number of blocks of that size that malloc gave in the scope of a FailingMemory and that are
