@@ -291,6 +291,19 @@ in_fork(look_around)
 look_around()
 """)
 
+    def test_a_second_preparation_of_a_thread_that_owns_the_lock_does_nothing(self):
+        # The runtime itself has grabbed nothing here, and so would try again.
+        self.run_script("""
+_Kel.acquireActivityLock()
+_Kel.atforkPrepare()
+kel_hand.breakLock()
+_Kel.atforkPrepare()
+kel_hand.mendLock()
+in_fork(lambda: None)
+_Kel.releaseActivityLock()
+look_around()
+""")
+
     def test_the_preparation_waits_without_the_GIL(self):
         self.run_script("""
 holder = Holder()

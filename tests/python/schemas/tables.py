@@ -1,5 +1,6 @@
-"""The types of the runtime and of the two schemas: the document of each class, and below it its own attributes in
-their order, each with its signature and the words of its flags. Tests rely on every name here.
+"""The types of the runtime and of the two schemas: the document of each class, and below it its
+own attributes in their order, each with its signature and the words of its flags. Tests rely on
+every name here.
 """
 
 RUNTIME = """

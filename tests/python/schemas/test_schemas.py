@@ -6,7 +6,7 @@ import _Kel
 import acme
 import odd
 from kel_testing import TestCase
-from tables import ACME, ODD
+from tables import ACME, ODD, RUNTIME
 
 WORDS = [("writable", "rw"), ("isImmutable", "immutable"), ("doesNotify", "n"),
          ("isOptionalValue", "opt"), ("isIndependentDomainAttr", "dom"),
@@ -46,6 +46,15 @@ class Declarations(TestCase):
             found = [cls.__doc__] + [line_about(cls, attr) for attr in own_attributes(kel_type)
                                      if "%s.%s" % (name, attr.name) != WITHOUT_DOCUMENT]
             self.assertEqual(found, lines)
+
+    def test_the_runtime_declares_what_its_table_says(self):
+        self.check(RUNTIME)
+        self.assertIs(_Kel.typeNode("Kel::MountMode").underlyingType, _Kel.typeNode("U8"))
+
+    def test_the_built_in_types_have_their_names(self):
+        for name in ("U8 S8 U16 S16 U32 S32 U64 S64 bool char float double Kel::String Kel::Bytes "
+                     "Kel::Seconds").split():
+            self.assertTrue(_Kel.typeNode(name).isBuiltinType, name)
 
     def test_the_example_declares_what_its_table_says(self):
         self.check(ACME)
