@@ -34,6 +34,10 @@ class Iteration(TestCase):
             expected = dict((key, collection[key]) for key in collection)
             self.assertEqual(dict(collection.items()), expected)
         on_each(kinds() + directories(), body)
+        # A value's collection shows the same dict as its repr.
+        entry = odd.Tags().entry
+        entry.update({"a": 1}, b=2)
+        self.assertEqual(repr(entry), repr(dict(entry.items())))
 
     def test_the_key_just_delivered_can_be_deleted(self):
         def body(kind, collection):

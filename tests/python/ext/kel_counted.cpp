@@ -16,7 +16,10 @@ class Number {
  public:
    explicit Number( Kel::S32 value = 0 ) : value( value ) {}
 
-   friend bool operator==( Number a, Number b ) { return noted( "equal" ), a.value == b.value; }
+   friend bool operator==( Number a, Number b ) {
+      noted( a.value < 0 ? "equal-negative" : "equal" );
+      return a.value == b.value;
+   }
    friend bool operator<( Number a, Number b ) {
       noted( a.value < 0 ? "less-negative" : "less" );
       return a.value < b.value;

@@ -117,7 +117,13 @@ class Comparison(TestCase):
         self.assertOps("less-negative", operator.gt, 1, -1)
         self.assertOps("less", operator.gt, -1, 1)
         self.assertOps("less-negative", operator.ge, 1, -1)
-        self.assertOps("less equal", operator.ge, -1, 1)
+        self.assertOps("less equal-negative", operator.ge, -1, 1)
+
+    def test_all_others_ask_in_the_order_of_the_operands(self):
+        self.assertOps("less-negative", operator.lt, -1, 1)
+        self.assertOps("less equal", operator.le, 1, -1)
+        self.assertOps("equal-negative", operator.eq, -1, 1)
+        self.assertOps("equal-negative", operator.ne, -1, 1)
 
     def test_other_classes_do_not_compare_and_the_runtime_is_not_asked(self):
         point = acme.Point()
@@ -200,6 +206,8 @@ class Numbers(TestCase):
                 TypeError, "unsupported operand type(s) for +: '%s' and 'Acme::Size'" % name,
                 operator.add, other, Size(1))
         self.assertRaises(TypeError, operator.add, odd.Point3(), acme.Point())
+        for name in ("__add__", "__radd__", "__sub__"):
+            self.assertIs(getattr(acme.Point(), name)(odd.Point3()), NotImplemented)
 
     def test_there_are_no_other_number_operations(self):
         size = Size(1)
