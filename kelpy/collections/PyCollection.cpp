@@ -6,6 +6,7 @@
 #include <kelpy/collections/PyMutation.h>
 #include <kelpy/collections/PyUpdate.h>
 #include <kelpy/core/PyGetSet.h>
+#include <kelpy/core/PyPendingError.h>
 #include <kelpy/core/PyRef.h>
 #include <kelpy/objects/PyAttribute.h>
 
@@ -200,6 +201,8 @@ PyObject* readEnd( Collection const& self, char const* emptyText,
       PyErr_SetString( PyExc_IndexError, emptyText );
       return nullptr;
    }
+   // A failed count stops nothing: the read succeeds or fails for itself.
+   PendingErrorAnchor const failedCount;
    return read( self.parent, self.attr );
 }
 

@@ -49,6 +49,14 @@ class Ordered(TestCase):
                     self.assertRefused(
                         IndexError, EMPTY % method, getattr(kind.empty(), method))
 
+    def test_either_end_of_a_failed_mount_is_refused(self):
+        store = acme.Store("store")
+        order, undo = store.order, store.undo
+        order.enq("a")
+        _Kel.convertEntityToFailedMount(store)
+        for read in (order.front, order.back, undo.top, undo.bottom):
+            self.assertRaises(TypeError, read)
+
     def test_taking_from_an_empty_collection_is_the_runtimes_affair(self):
         text = '%s: Kel::RangeException("the collection is empty")'
         store, coll = acme.Store("store"), odd.Coll()
