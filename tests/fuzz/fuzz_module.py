@@ -3,8 +3,8 @@
     fuzz_module.py [--rounds N] [--seed N] [--one-in N] [--only TEXT] [--plant]
 
 A wrong argument may raise any Exception. It must not end the process, leave an error pending,
-return a null without an error, hang, or leave the activity lock held. Each batch of targets runs in a
-process of its own; where one ends, its last case is told and the next process goes on behind it.
+return a null without an error, hang, or leave the activity lock held. Each batch of targets runs
+in a process of its own; where one ends, its last case is told and the next goes on behind it.
 Every case of one argument is tried; of those with more arguments as many as the number of rounds
 says, chosen by the seed. With --one-in it is one in so many of all these, chosen likewise.
 """
@@ -47,7 +47,7 @@ class Note(object):
 
 
 def cases(index, options):
-    """(text, function, maker of the target, makers of the arguments) of one batch, in a fixed order."""
+    """(text, function, maker of the target, makers of the arguments), in a fixed order."""
     from odd_objects import OBJECTS
     from operations import operations
     from targets import ENDING, targets
@@ -177,7 +177,8 @@ class Batch(object):
                 return None
             how = "hung" if hung else "ended with status %d" % process.returncode
             self.faults.append("FAULT %s: %s\n%s" % (text, how, output[-4000:]))
-            return None if text.startswith("planted") else number + 1
+            # One that ends before its first case would end there again.
+            return None if not text or text.startswith("planted") else number + 1
 
     def _wait(self, process, note):
         """Whether it had to be killed."""

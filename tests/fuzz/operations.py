@@ -1,4 +1,4 @@
-"""How an object is poked: (label, number of arguments, function of the object and the arguments)."""
+"""How an object is poked: (label, number of arguments, function of the object and of them)."""
 
 import copy
 import operator

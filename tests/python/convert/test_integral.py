@@ -100,8 +100,8 @@ class Enums(TestCase):
 
     def test_the_text_of_an_enum_failure_lists_every_constant_with_its_value(self):
         self.assertRefused(
-            TypeError, "Kel::TypeException(\"expected Acme::Color ('red'=0, 'blue'=1), got int: 7\")",
-            convert, 7, "Acme::Color")
+            TypeError, "Kel::TypeException(\"expected Acme::Color ('red'=0, 'blue'=1), "
+            "got int: 7\")", convert, 7, "Acme::Color")
         self.assertRefused(
             TypeError, "Kel::TypeException(\"expected Odd::ES64 ('low'=-9223372036854775808, "
             "'high'=9223372036854775807), got str: 'red'\")", convert, "red", "Odd::ES64")

@@ -87,9 +87,9 @@ LONGS = [long(number) for number in INTEGERS] + [
 FLOATS = [0.0, -0.0, 1.0, 1.5, -1.5, 0.1, 1e300, -1e300, 1e-300, float("inf"), float("-inf"),
           float("nan")]
 
-TEXTS = ["", "a", "ab", "1", "red", "blue", "blue\0", "red\0x", "\0", "\xff", "low", "zero", "first",
-         u"", u"a", u"ab", u"red", u"\u20ac", u"\0", u"\ud800", StrChild(""), StrChild("a"),
-         StrChild("red"), StrChild("low"), StrChild("zero"), UnicodeChild(u"red"),
+TEXTS = ["", "a", "ab", "1", "red", "blue", "blue\0", "red\0x", "\0", "\xff", "low", "zero",
+         "first", u"", u"a", u"ab", u"red", u"\u20ac", u"\0", u"\ud800", StrChild(""),
+         StrChild("a"), StrChild("red"), StrChild("low"), StrChild("zero"), UnicodeChild(u"red"),
          bytearray(b""), bytearray(b"a"), bytearray(b"\0ab"), BytearrayChild(b"a")]
 
 OTHERS = [None, True, False, IntChild(1), LongChild(1), FloatChild(1.0), 1j, (), (1,), (1, 2),
@@ -108,7 +108,8 @@ def wrappers():
     return {
         "size": acme.Size(1), "const size": _Kel.const(acme.Size(1)), "name": acme.Name("a"),
         "point": acme.Point(x=1), "point3": odd.Point3(x=1, z=2),
-        "segment": odd.Segment(acme.Point(), acme.Point()), "boxed": values.getRawAttribute("boxed"),
+        "segment": odd.Segment(acme.Point(), acme.Point()),
+        "boxed": values.getRawAttribute("boxed"),
         "more boxed": odd.MoreBoxed(), "shape": odd.Shape(), "empty": odd.Empty(),
         "py text": values.getRawAttribute("pyText"), "item": acme.Item("a", 1),
         "thing": acme.Thing("b"), "stock item": acme.StockItem("a", 1), "node": odd.Node(1),

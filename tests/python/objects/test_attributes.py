@@ -171,7 +171,8 @@ class Writes(TestCase):
                 (item, "Acme::Item", "id", "id"), (item, "Acme::Item", "unit", "unit"),
                 (item, "Acme::Item", "lookup", "lookup"), (item, "Acme::Item", "part", "part"),
                 (item, "Acme::Item", "addPart", "part"), (store, "Acme::Store", "newItem", "item"),
-                (store, "Acme::Store", "badge", "badge"), (coll, "Odd::Coll", "registry", "registry"),
+                (store, "Acme::Store", "badge", "badge"),
+                (coll, "Odd::Coll", "registry", "registry"),
                 (raw, "Odd::Raw", "constant", "constant"),
                 (raw, "Odd::Raw", "invasiveConst", "invasiveConst")):
             self.assertRefused(TypeError, "cannot delete attribute %s.%s" % (scope, shown),

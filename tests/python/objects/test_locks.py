@@ -1,4 +1,4 @@
-"""Which lock is held where: asked of a probe in the runtime and of Python code that runs on the way."""
+"""Which lock is held where: asked of a probe in the runtime and of Python code on the way."""
 
 import threading
 import unittest
