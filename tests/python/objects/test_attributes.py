@@ -156,9 +156,12 @@ class Counter(TestCase):
     def test_operations_on_a_collection_do_not_count_beyond_the_read_of_it(self):
         coll = odd.Coll()
         self.assertCounts(1, lambda: coll.size)
-        size = coll.track
-        self.assertCounts(0, lambda: len(size))
-        self.assertCounts(0, lambda: size[0])
+        self.assertCounts(1, lambda: coll.slot[0])
+        slot = coll.slot
+        self.assertEqual(slot[0], 0)
+        self.assertCounts(0, lambda: len(slot))
+        self.assertCounts(0, lambda: slot[0])
+        self.assertCounts(0, lambda: slot["no index"])
 
 
 class Writes(TestCase):
