@@ -115,6 +115,50 @@ stock.count -= 1
 print("in stock:", store.item["bolt"].count, "of", store.item.keys())
 
 
+# A queue gives what came first, a set tells what is in it.
+for name in "ann", "bob":
+    store.order.enq(name)
+print("served:", store.order.deq(), "and next:", store.order.front())
+store.tag.add("open on sundays")
+print("open on sundays:", "open on sundays" in store.tag)
+
+
+headline("Names in a tree")
+
+# The root directory is there in every process. A shelf is a directory of its own kind: it acts as a
+# dictionary of the entities that stand on it.
+root = _Kel.singleton("Kel::Dir")
+shelf = root.mkdir("demo").newEntity("Acme::Shelf", "shelf")
+shelf.capacity = 2
+for name in "saw", "file":
+    shelf.newEntity("Acme::Item", name)
+print("on", shelf.fullName + ":", shelf.keys(), "room for", shelf.capacity)
+shelf["saw"].color = "blue"
+print("the saw is", shelf["saw"].color)
+del shelf["file"]
+print("left:", shelf.keys())
+
+# A future names what may come later. Once it is there, the same Python object is the entity.
+drill = _Kel.entityFuture("/demo/shelf/drill", None)
+print("before:", repr(drill))
+refused(drill.convertToEntity)
+shelf.newEntity("Acme::Item", "drill")
+drill.convertToEntity()
+print("after:", repr(drill), "of color", drill.color)
+
+
+class Favorite(object):
+    """An object of ours that stands for a runtime object wherever one is wanted."""
+
+    def __kel_object__(self):
+        return shelf["saw"]
+
+
+drill.parent = Favorite()
+print("parent by proxy:", repr(drill.parent))
+root["demo"].clear()
+
+
 headline("What there is to know")
 
 # Types, classes and attributes describe themselves; help(acme.Item) shows it all at once.

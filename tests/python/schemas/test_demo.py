@@ -21,6 +21,8 @@ class Demo(TestCase):
         self.assertIn("an item: entity('bolt') with id 7\n", outcome.out)
         self.assertIn('NoImplementationException("attribute Acme::Item.id is not writable")',
                       outcome.out)
+        self.assertIn("after: entity('/demo/shelf/drill') of color red\n", outcome.out)
+        self.assertIn("parent by proxy: entity('/demo/shelf/saw')\n", outcome.out)
         self.assertIn("lookup : Acme::Item::Ptr(name : Acme::Name, size : Acme::Size)\n",
                       outcome.out)
 
