@@ -50,9 +50,6 @@ class Calls {
    HeldObject const list_{ "[]" };
 };
 
-// --- notifiees of any object
-// ------------------------------------------------------------------------
-
 class Notifiee : public RuntimeCaller {
  protected:
    Kel::Ptr< Odd::Notes > const notes_ = Kel::newObject< Odd::Notes >();
@@ -76,9 +73,30 @@ TEST_F( Notifiee, isCalledOnAThreadThatPythonNeverSaw ) {
       Kel::LockAnchor const lock( Kel::activityLock() );
       notifiee->onAttribute( attr( "a" ), nullptr );
       EXPECT_EQ( Kel::activityLock()->ownerThread(), Kel::Impl::gettid() );
-      EXPECT_EQ( PyGILState_GetThisThreadState(), nullptr );
+      EXPECT_NE( _PyThreadState_Current, PyGILState_GetThisThreadState() );
    } ).join();
    EXPECT_EQ( calls_.text(), "[('a', None)]" );
+}
+
+PyThreadState* threadStatesOfPython() {
+   return PyInterpreterState_ThreadHead( PyInterpreterState_Head() );
+}
+
+TEST_F( Notifiee, letsItsThreadKeepOneStateOfPythonUntilItEnds ) {
+   auto const notifiee = Kel::newObject< PyGenericIfNotifiee >( view_, calls_.pairs() );
+   auto* const before = threadStatesOfPython();
+   Kel::UnlockAnchor const unlocked( Kel::activityLock() );
+   std::thread( [&] {
+      Kel::LockAnchor const lock( Kel::activityLock() );
+      notifiee->onAttribute( attr( "a" ), nullptr );
+      auto* const kept = PyGILState_GetThisThreadState();
+      EXPECT_NE( kept, nullptr );
+      notifiee->onAttribute( attr( "a" ), nullptr );
+      EXPECT_EQ( PyGILState_GetThisThreadState(), kept );
+      EXPECT_EQ( threadStatesOfPython(), kept );
+   } ).join();
+   EXPECT_EQ( threadStatesOfPython(), before );
+   EXPECT_EQ( calls_.count(), 2 );
 }
 
 TEST_F( Notifiee, freesTheActivityLockForTheHandlerAndTakesItBackWithoutTheGIL ) {
@@ -155,9 +173,6 @@ TEST_F( Notifiee, holdsHandlerAndNotifierUntilItsEnd ) {
    EXPECT_EQ( held.references(), 1 );
    EXPECT_EQ( notes_->references(), 2u );
 }
-
-// --- the filter
-// --------------------------------------------------------------------------------------
 
 class Filter : public Notifiee {
  protected:
@@ -260,9 +275,6 @@ TEST_F( Filter, answersTheOperationsOfTheTypesAttributes ) {
    EXPECT_EQ( result( 129, Op::get ), 2 );
    EXPECT_EQ( result( 133, Op::get ), 2 );
 }
-
-// --- timers
-// ------------------------------------------------------------------------------------------
 
 class Timer : public RuntimeCaller {
  protected:

@@ -10,7 +10,10 @@ FUZZER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "fuzz_module.p
 
 def fuzz(*arguments):
     """(exit status, standard output)"""
-    process = subprocess.Popen([sys.executable, FUZZER] + list(arguments), stdout=subprocess.PIPE)
+    # A crash is told by its signal, also where a sanitizer would report it and exit.
+    sanitizer = (os.environ.get("ASAN_OPTIONS", "") + ":handle_segv=0").lstrip(":")
+    process = subprocess.Popen([sys.executable, FUZZER] + list(arguments), stdout=subprocess.PIPE,
+                               env=dict(os.environ, ASAN_OPTIONS=sanitizer))
     output = process.communicate()[0]
     return process.returncode, output
 
