@@ -1,8 +1,8 @@
 // What a hand-written extension would cost that follows the same two locks: the GIL released, an
 // error-checking mutex taken, one virtual call, the GIL taken back, the value converted, the mutex
-// released last. `Thing` makes one turn of the locks for each operation; `SameTurns` makes as many as
-// the operations of _Kel do, which convert a value with the GIL under the activity lock and let go of
-// objects under it.
+// released last. `Thing` makes one turn of the locks for each operation; `SameTurns` makes as many
+// as the operations of _Kel do, which convert a value with the GIL under the activity lock and let
+// go of objects under it.
 #include <Python.h>
 
 #include <pthread.h>
@@ -126,8 +126,8 @@ int text_set_same_turns( PyObject* self, PyObject* value, void* ) {
    Turn turn;
    PyGILState_STATE state = PyGILState_Ensure();
    bool fits = value && PyString_Check( value );
-   std::string text = fits ? std::string( PyString_AS_STRING( value ), PyString_GET_SIZE( value ) )
-                           : std::string();
+   std::string text =
+      fits ? std::string( PyString_AS_STRING( value ), PyString_GET_SIZE( value ) ) : std::string();
    if( !fits ) {
       PyErr_SetString( PyExc_TypeError, "expected a str" );
    }
@@ -220,12 +220,12 @@ PyTypeObject* newType( char const* name, PyGetSetDef* getset, destructor dealloc
 // A class of 20 attributes, written by hand: what making such a class costs.
 PyObject* newClass( PyObject*, PyObject* ) {
    static char const* const names[] = { "a0", "a1", "a2", "a3", "a4", "a5", "a6", "a7", "a8", "a9",
-                                        "b0", "b1", "b2", "b3", "b4", "b5", "b6", "b7", "b8", "b9" };
+      "b0", "b1", "b2", "b3", "b4", "b5", "b6", "b7", "b8", "b9" };
    auto* getset = static_cast< PyGetSetDef* >( std::calloc( 21, sizeof( PyGetSetDef ) ) );
    for( int i = 0; i < 20; ++i ) {
-      getset[ i ].name = literal( names[ i ] );
-      getset[ i ].get = level_get;
-      getset[ i ].set = level_set;
+      getset[i].name = literal( names[i] );
+      getset[i].get = level_get;
+      getset[i].set = level_set;
    }
    auto* type = reinterpret_cast< PyObject* >( newType( "kel_floor.Made", getset, floor_dealloc ) );
    Py_XINCREF( type );
@@ -243,7 +243,7 @@ void addType( PyObject* module, char const* name, PyTypeObject* type ) {
    }
 }
 
-}  // namespace
+} // namespace
 
 extern "C" __attribute__( ( visibility( "default" ) ) ) void initkel_floor() {
    PyEval_InitThreads();
@@ -251,6 +251,6 @@ extern "C" __attribute__( ( visibility( "default" ) ) ) void initkel_floor() {
    if( module ) {
       addType( module, "Thing", newType( "kel_floor.Thing", oneTurn, floor_dealloc ) );
       addType( module, "SameTurns",
-               newType( "kel_floor.SameTurns", sameTurns, floor_dealloc_same_turns ) );
+         newType( "kel_floor.SameTurns", sameTurns, floor_dealloc_same_turns ) );
    }
 }

@@ -1,6 +1,6 @@
-// Registers runtime types by the hundred, so that making their classes can be timed: a class is made
-// once a process. register( first, count ) adds pointer types "Many::T<first>" and on, each with 20
-// attributes of type U32. The records live for ever, as the runtime asks.
+// Registers runtime types by the hundred, so that making their classes can be timed: a class is
+// made once a process. register( first, count ) adds pointer types "Many::T<first>" and on, each
+// with 20 attributes of type U32. The records live for ever, as the runtime asks.
 #include <Python.h>
 
 #include <string>
@@ -37,15 +37,15 @@ void addType( Unit& unit, int number ) {
    auto first = static_cast< std::uint16_t >( unit.attrs.size() );
    for( int i = 0; i < attrsOfType; ++i ) {
       std::string name = std::string( i < 10 ? "a" : "b" ) + std::to_string( i % 10 );
-      unit.attrs.push_back( Kel::AttrRow::make( Kel::attrId( name.c_str() ), flags,
-                                                add( unit.attrNames, name ), u32, ~0, 0, 0 ) );
+      unit.attrs.push_back( Kel::AttrRow::make(
+         Kel::attrId( name.c_str() ), flags, add( unit.attrNames, name ), u32, ~0, 0, 0 ) );
    }
    auto name = add( unit.typeNames, "Many::T" + std::to_string( number ) );
    unit.types.push_back( Kel::TypeRow::make( 0, name, 16, 8, ~0, 0, first, attrsOfType ) );
    unit.impls.push_back( Kel::TypeImpl() );
 }
 
-constexpr Kel::ArgRow noArgs[ 1 ] = {};
+constexpr Kel::ArgRow noArgs[1] = {};
 
 PyObject* registerTypes( PyObject*, PyObject* args ) {
    int first, count;
@@ -56,10 +56,8 @@ PyObject* registerTypes( PyObject*, PyObject* args ) {
    for( int i = 0; i < count; ++i ) {
       addType( *unit, first + i );
    }
-   unit->module = { unit->types.data(),       unit->attrs.data(), noArgs,
-                    unit->typeNames.c_str(),  unit->attrNames.c_str(),
-                    nullptr,                  unit->impls.data(),
-                    unit->types.size() };
+   unit->module = { unit->types.data(), unit->attrs.data(), noArgs, unit->typeNames.c_str(),
+      unit->attrNames.c_str(), nullptr, unit->impls.data(), unit->types.size() };
    Kel::kelModuleIs( &unit->module );
    Py_RETURN_NONE;
 }
@@ -69,7 +67,7 @@ PyMethodDef functions[] = {
    { nullptr, nullptr, 0, nullptr },
 };
 
-}  // namespace
+} // namespace
 
 extern "C" __attribute__( ( visibility( "default" ) ) ) void initkel_many_types() {
    Py_InitModule( "kel_many_types", functions );

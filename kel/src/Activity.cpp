@@ -18,7 +18,7 @@ ActivityManagerConfig* const config = [] {
    return config.get();
 }();
 
-}  // namespace
+} // namespace
 
 ActivityManagerSm* ActivityImplFacility::activityManagerSm() {
    return &stateMachine;
@@ -56,13 +56,12 @@ void ActivityManagerConfig::stopOnQuiesceIs( bool stop ) {
 }
 
 KEL_UNIT( _Activity_6d1c04e2_kelModule,
-          entity< ActivityManager, Entity >( notMade, function< &ActivityManager::run >( "run" ),
-                                             function< &ActivityManager::runUntilIdle >( "runUntilIdle" ),
-                                             function< &ActivityManager::stop >( "stop" ),
-                                             function< &ActivityManager::start >( "start" ),
-                                             attr< &ActivityManager::isRunning >( "isRunning" ) ),
-          entity< ActivityManagerConfig, Entity >(
-             notMade, attr< &ActivityManagerConfig::stopOnQuiesce,
-                            &ActivityManagerConfig::stopOnQuiesceIs >( "stopOnQuiesce" ) ) )
+   entity< ActivityManager, Entity >( notMade, function< &ActivityManager::run >( "run" ),
+      function< &ActivityManager::runUntilIdle >( "runUntilIdle" ),
+      function< &ActivityManager::stop >( "stop" ), function< &ActivityManager::start >( "start" ),
+      attr< &ActivityManager::isRunning >( "isRunning" ) ),
+   entity< ActivityManagerConfig, Entity >( notMade,
+      attr< &ActivityManagerConfig::stopOnQuiesce, &ActivityManagerConfig::stopOnQuiesceIs >(
+         "stopOnQuiesce" ) ) )
 
-}  // namespace Kel
+} // namespace Kel

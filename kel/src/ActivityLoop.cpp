@@ -17,8 +17,6 @@
 
 namespace Kel {
 
-// --- timers ------------------------------------------------------------------------------------------
-
 void TimerQueue::add( Clock::NotifieeConst* timer ) {
    timer->order_ = ++lastOrder_;
    timers_.insert( { timer->timeMin().value(), timer->order_, timer } );
@@ -35,8 +33,6 @@ Clock::NotifieeConst* TimerQueue::due( double now ) const {
    return !timers_.empty() && timers_.begin()->time <= now ? timers_.begin()->timer : nullptr;
 }
 
-// --- the queue ---------------------------------------------------------------------------------------
-
 // Never destroyed: objects that end at the end of the process still look in here.
 ActivityLoop& ActivityLoop::instance() {
    static auto* const loop = new ActivityLoop();
@@ -49,8 +45,8 @@ ActivityLoop::ActivityLoop() : wakeDescriptor_( eventfd( 0, EFD_CLOEXEC | EFD_NO
    registerAtForkHandler( nullptr, nullptr, afterForkInChild, 0 );
 }
 
-void ActivityLoop::queueChange( PtrInterface const* notifier, AttributeId attribute,
-                                Ptr< GenericIf const > key ) {
+void ActivityLoop::queueChange(
+   PtrInterface const* notifier, AttributeId attribute, Ptr< GenericIf const > key ) {
    changes_.push_back(
       { ++lastChange_, Ptr< PtrInterface const >( notifier ), attribute, std::move( key ) } );
    wake();
@@ -69,8 +65,6 @@ void ActivityLoop::wake() noexcept {
       errno = kept;
    }
 }
-
-// --- the loop ----------------------------------------------------------------------------------------
 
 void ActivityLoop::deliver( Change const& change ) {
    auto* list = change.notifier->notifieeList();
@@ -141,8 +135,8 @@ void ActivityLoop::loopUntilStopped() {
    stopWanted_ = false;
 }
 
-// Gives the lock up until a change, a timer or a wish to stop. The flag goes up before the last look,
-// so that a signal handler that comes between is not missed.
+// Gives the lock up until a change, a timer or a wish to stop. The flag goes up before the last
+// look, so that a signal handler that comes between is not missed.
 void ActivityLoop::wait() {
    waiting_.store( true, std::memory_order_seq_cst );
    idle_ = true;
@@ -214,7 +208,7 @@ void ActivityLoop::start() {
    joinOldThread();
    enter();
    loopThread_ = {};
-   ownThread_ = new std::thread( [ this ] {
+   ownThread_ = new std::thread( [this] {
       crashStackForThread();
       LockAnchor locked( activityLock() );
       loopThread_ = std::this_thread::get_id();
@@ -222,8 +216,8 @@ void ActivityLoop::start() {
    } );
 }
 
-// A thread whose loop has ended is joined by the next to run one; it needs no lock any more by then,
-// except to let it go.
+// A thread whose loop has ended is joined by the next to run one; it needs no lock any more by
+// then, except to let it go.
 void ActivityLoop::joinOldThread() {
    if( ownThread_ && !running_ && ownThread_->get_id() != std::this_thread::get_id() ) {
       auto* thread = std::exchange( ownThread_, nullptr );
@@ -251,4 +245,4 @@ void ActivityLoop::afterForkInChild() {
    }
 }
 
-}  // namespace Kel
+} // namespace Kel

@@ -38,8 +38,8 @@ template< class T >
 struct BuiltinImpl {
    static constexpr ValueOps makeOps() {
       ValueOps ops{};
-      ops.boolean[ 1 ] = &equalOf< T >;
-      ops.boolean[ 2 ] = &lessOf< T >;
+      ops.boolean[1] = &equalOf< T >;
+      ops.boolean[2] = &lessOf< T >;
       ops.hash = hashFunction< T >();
       ops.strRep = &textOf< T >;
       return ops;
@@ -54,8 +54,8 @@ struct BuiltinImpl {
 
 // An index that this runtime has no type for, and the result of a function without value.
 template< class T >
-   requires( std::is_void_v< T > || requires( T t ) { []< int i >( Reserved< i > ) {}( t ); } )
-struct BuiltinImpl< T > {
+requires( std::is_void_v< T > ||
+          requires( T t ) { []< int i >( Reserved< i > ) {}( t ); } ) struct BuiltinImpl< T > {
    static constexpr ValueOps ops = {};
 
    static Ptr< GenericIf > fromAddress( void const*, bool ) {
@@ -88,9 +88,9 @@ struct BuiltinTables< TypeList< Ts... > > {
       Rows rows;
       std::size_t at = 0;
       constexpr auto flags = typeBit( TypeFlag::isValue ) | typeBit( TypeFlag::isBuiltinType );
-      ( ( rows.types[ at++ ] = TypeRow::make( flags, rows.names.add( typeNameOf< Ts >() ),
-                                              sizeOf< Ts >, alignOf< Ts >, ~0, 0, 0, 0 ) ),
-        ... );
+      ( ( rows.types[at++] = TypeRow::make( flags, rows.names.add( typeNameOf< Ts >() ),
+             sizeOf< Ts >, alignOf< Ts >, ~0, 0, 0, 0 ) ),
+         ... );
       return rows;
    }
 
@@ -99,7 +99,7 @@ struct BuiltinTables< TypeList< Ts... > > {
 };
 using Builtins = BuiltinTables< BuiltinUnit::Types >;
 
-constexpr ArgRow noArgs[ 1 ] = {};
+constexpr ArgRow noArgs[1] = {};
 
 constexpr TypeRef coreBuiltin( BuiltinType index ) {
    return { &_Kel_BuiltinType_kelModule, static_cast< std::uint16_t >( index ), {} };
@@ -108,31 +108,28 @@ constexpr TypeRef coreBuiltin( unsigned index ) {
    return coreBuiltin( static_cast< BuiltinType >( index ) );
 }
 
-}  // namespace
+} // namespace
 
-constinit KelModule const _Kel_BuiltinType_kelModule = {
-   Builtins::rows.types.data(), nullptr,  noArgs,  Builtins::rows.names.text.data(), "", nullptr,
-   Builtins::impls.data(),      Builtins::count };
+constinit KelModule const _Kel_BuiltinType_kelModule = { Builtins::rows.types.data(), nullptr,
+   noArgs, Builtins::rows.names.text.data(), "", nullptr, Builtins::impls.data(), Builtins::count };
 
 namespace Impl {
 
-constinit TypeRef const coreTypes_[] = {
-   { nullptr, 0, {} },
-   { &_Kel_PtrInterface_kelModule, 0, {} },
-   { &_Kel_PtrInterface_kelModule, 1, {} },
-   coreBuiltin( 0u ),  coreBuiltin( 1u ),  coreBuiltin( 2u ),  coreBuiltin( 3u ),  coreBuiltin( 4u ),
-   coreBuiltin( 5u ),  coreBuiltin( 6u ),  coreBuiltin( 7u ),  coreBuiltin( 8u ),  coreBuiltin( 9u ),
-   coreBuiltin( 10u ), coreBuiltin( 11u ), coreBuiltin( 12u ), coreBuiltin( 13u ), coreBuiltin( 14u ),
-   coreBuiltin( 15u ), coreBuiltin( 16u ), coreBuiltin( 17u ), coreBuiltin( 18u ), coreBuiltin( 19u ),
-   coreBuiltin( 20u ), coreBuiltin( 21u ) };
+constinit TypeRef const coreTypes_[] = { { nullptr, 0, {} },
+   { &_Kel_PtrInterface_kelModule, 0, {} }, { &_Kel_PtrInterface_kelModule, 1, {} },
+   coreBuiltin( 0u ), coreBuiltin( 1u ), coreBuiltin( 2u ), coreBuiltin( 3u ), coreBuiltin( 4u ),
+   coreBuiltin( 5u ), coreBuiltin( 6u ), coreBuiltin( 7u ), coreBuiltin( 8u ), coreBuiltin( 9u ),
+   coreBuiltin( 10u ), coreBuiltin( 11u ), coreBuiltin( 12u ), coreBuiltin( 13u ),
+   coreBuiltin( 14u ), coreBuiltin( 15u ), coreBuiltin( 16u ), coreBuiltin( 17u ),
+   coreBuiltin( 18u ), coreBuiltin( 19u ), coreBuiltin( 20u ), coreBuiltin( 21u ) };
 
-}  // namespace Impl
+} // namespace Impl
 
 namespace {
 bool const registered = ( kelModuleIs( &_Kel_BuiltinType_kelModule ), true );
-}
+} // namespace
 
 KEL_UNIT( _Kel_PtrInterface_kelModule, pointer< PtrInterface >( notMade ),
-          pointer< PtrInterface::NotifieeConst, PtrInterface >( notMade ).with( isConstrainer ) )
+   pointer< PtrInterface::NotifieeConst, PtrInterface >( notMade ).with( isConstrainer ) )
 
-}  // namespace Kel
+} // namespace Kel

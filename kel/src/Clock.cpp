@@ -49,11 +49,10 @@ void Clock::NotifieeConst::kelDoZombieReactors( bool zombie ) {
 }
 
 KEL_UNIT( _Clock_f476dd55_kelModule,
-          entity< Clock, Entity >( notMade,
-                                   attr< &Clock::now >( "now" ).withId( Clock::reachedTime ) ) )
+   entity< Clock, Entity >( notMade, attr< &Clock::now >( "now" ).withId( Clock::reachedTime ) ) )
 
 namespace {
 [[maybe_unused]] Clock* const clockExistsFromLoad = Clock::instance();
-}
+} // namespace
 
-}  // namespace Kel
+} // namespace Kel

@@ -13,10 +13,10 @@ void requireLegalName( String const& name ) {
    }
 }
 
-}  // namespace
+} // namespace
 
 Dir::EntityCollection::EntityCollection( Dir* dir )
-      : Entities( dir, attrId( "entityPtr" ) ), dir_( dir ) {}
+   : Entities( dir, attrId( "entityPtr" ) ), dir_( dir ) {}
 
 void Dir::EntityCollection::addMember( Ptr< Entity > const& entity ) {
    if( !entity ) {
@@ -28,12 +28,12 @@ void Dir::EntityCollection::addMember( Ptr< Entity > const& entity ) {
       return;
    }
    if( present ) {
-      throw NameInUseException( _fmt( "the name '%s' is in use in %s", entity->name().charPtr(),
-                                      dir_->fullName().charPtr() ) );
+      throw NameInUseException( _fmt(
+         "the name '%s' is in use in %s", entity->name().charPtr(), dir_->fullName().charPtr() ) );
    }
    if( entity->parent_ || entity.get() == Dir::root() ) {
-      throw RangeException( _fmt( "%s stands in a directory already",
-                                  entity->fullName().charPtr() ) );
+      throw RangeException(
+         _fmt( "%s stands in a directory already", entity->fullName().charPtr() ) );
    }
    for( Dir* above = dir_; above; above = above->parent() ) {
       if( above == entity.get() ) {
@@ -73,13 +73,13 @@ Ptr< Entity > Dir::createEntity( String const& typeName, String const& name ) {
    KelType type = typeNode( typeName.charPtr() );
    auto* make = type.isEntity() ? type.impl().ptr->newEntity : nullptr;
    if( !make ) {
-      throw TypeException( _fmt( "%s is no type of entity that can be made by name",
-                                 typeName.charPtr() ) );
+      throw TypeException(
+         _fmt( "%s is no type of entity that can be made by name", typeName.charPtr() ) );
    }
    requireLegalName( name );
    if( entities_.exist( name ) ) {
-      throw NameInUseException( _fmt( "the name '%s' is in use in %s", name.charPtr(),
-                                      fullName().charPtr() ) );
+      throw NameInUseException(
+         _fmt( "the name '%s' is in use in %s", name.charPtr(), fullName().charPtr() ) );
    }
    auto entity = make( name );
    entities_.addMember( entity );
@@ -102,15 +102,14 @@ Dir* Dir::root() {
 }
 
 KEL_UNIT( _Kel_Dir_kelModule,
-          entity< Dir, Entity >( args( arg< String >( "name" ) ),
-                                 attr< &Dir::mountMode, &Dir::mountModeIs >( "mountMode" ),
-                                 attr< &Dir::isMounted, &Dir::isMountedIs >( "isMounted" ),
-                                 collection< &Dir::entities >( "entityPtr", notifies | readOnly )
-                                    .indexedBy( "name" ),
-                                 attr< &Dir::mountExempt, &Dir::mountExemptIs >( "mountExempt" ) ) )
+   entity< Dir, Entity >( args( arg< String >( "name" ) ),
+      attr< &Dir::mountMode, &Dir::mountModeIs >( "mountMode" ),
+      attr< &Dir::isMounted, &Dir::isMountedIs >( "isMounted" ),
+      collection< &Dir::entities >( "entityPtr", notifies | readOnly ).indexedBy( "name" ),
+      attr< &Dir::mountExempt, &Dir::mountExemptIs >( "mountExempt" ) ) )
 
 namespace {
 [[maybe_unused]] Dir* const rootExistsFromLoad = Dir::root();
-}
+} // namespace
 
-}  // namespace Kel
+} // namespace Kel

@@ -32,7 +32,7 @@ std::map< std::string, Ptr< Entity > >& singletons() {
    return *singletons;
 }
 
-}  // namespace
+} // namespace
 
 Ptr< Entity > Entity::singleton( String const& typeName ) {
    auto at = singletons().find( typeName.stdString() );
@@ -47,7 +47,7 @@ void Entity::singletonIs( Ptr< Entity > entity ) {
 
 Ptr< Entity > entity( String const& fullName ) {
    std::string path = fullName.stdString();
-   if( path.empty() || path[ 0 ] != '/' ) {
+   if( path.empty() || path[0] != '/' ) {
       return nullptr;
    }
    Ptr< Entity > at( Dir::root() );
@@ -66,10 +66,9 @@ Ptr< Entity > entity( String const& fullName ) {
 }
 
 KEL_UNIT( _Kel_Entity_kelModule,
-          enumeration< MountMode >( constant< MountMode::read >( "read" ),
-                                    constant< MountMode::write >( "write" ) ),
-          entity< Entity, PtrInterface >( args( arg< String >( "name" ) ),
-                                          attr< &Entity::name >( "name", immutable ),
-                                          attr< &Entity::fullName >( "fullName" ) ) )
+   enumeration< MountMode >(
+      constant< MountMode::read >( "read" ), constant< MountMode::write >( "write" ) ),
+   entity< Entity, PtrInterface >( args( arg< String >( "name" ) ),
+      attr< &Entity::name >( "name", immutable ), attr< &Entity::fullName >( "fullName" ) ) )
 
-}  // namespace Kel
+} // namespace Kel

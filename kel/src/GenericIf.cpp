@@ -61,8 +61,8 @@ namespace {
 class ObjectGeneric final : public GenericIf {
  public:
    ObjectGeneric( KelType type, PtrInterface* object, bool isConst )
-         : GenericIf( type, type.impl().ptr->fromPtrInterface( object ), isConst, Kind::object ),
-           object_( object ) {}
+      : GenericIf( type, type.impl().ptr->fromPtrInterface( object ), isConst, Kind::object ),
+        object_( object ) {}
 
    PtrInterface* ptrInterface() const noexcept override { return object_.get(); }
 
@@ -70,7 +70,7 @@ class ObjectGeneric final : public GenericIf {
    Ptr< PtrInterface > object_;
 };
 
-}  // namespace
+} // namespace
 
 Ptr< GenericIf > KelType::genericIf( PtrInterface* object, bool isConst ) {
    if( !object ) {
@@ -79,12 +79,10 @@ Ptr< GenericIf > KelType::genericIf( PtrInterface* object, bool isConst ) {
    return new ObjectGeneric( object->fwkType(), object, isConst );
 }
 
-// --- what a value says of itself -----------------------------------------------------------------------
-
 namespace {
 
-// Calls f( attr ) for the attributes that make up a value: its independent domain, of a union only the
-// live one.
+// Calls f( attr ) for the attributes that make up a value: its independent domain, of a union only
+// the live one.
 template< class F >
 void forDomain( GenericIf const* value, F f ) {
    KelType type = value->type();
@@ -120,7 +118,7 @@ String enumText( GenericIf const* value ) {
 String domainText( GenericIf const* value ) {
    String text = _fmt( "%s(", value->type().fullTypeName() );
    char const* separator = "";
-   forDomain( value, [ & ]( KelAttr attr ) {
+   forDomain( value, [&]( KelAttr attr ) {
       auto member = attr.genericIfGet( value, nullptr );
       text += _fmt( "%s%s=", separator, attr.name() );
       text += member ? member->strRep() : String( "None" );
@@ -130,19 +128,20 @@ String domainText( GenericIf const* value ) {
    return text;
 }
 
-}  // namespace
+} // namespace
 
 std::uint64_t GenericIf::hash() const {
    if( kind_ != Kind::value ) {
       // Aligned addresses differ above their low bits.
-      void const* object = kind_ == Kind::object ? static_cast< void* >( ptrInterface() ) : address_;
+      void const* object =
+         kind_ == Kind::object ? static_cast< void* >( ptrInterface() ) : address_;
       return reinterpret_cast< std::uintptr_t >( object ) >> 4;
    }
    if( auto* hash = type().impl().value->hash ) {
       return hash( address_ );
    }
    std::uint64_t hash = typeIndex_;
-   forDomain( this, [ & ]( KelAttr attr ) {
+   forDomain( this, [&]( KelAttr attr ) {
       auto member = attr.genericIfGet( this, nullptr );
       hash = combine( hash, member ? member->hash() : 0 );
    } );
@@ -177,4 +176,4 @@ std::vector< unsigned char > GenericIf::gnmiByterep() const {
    return std::vector< unsigned char >( text.begin(), text.end() );
 }
 
-}  // namespace Kel
+} // namespace Kel

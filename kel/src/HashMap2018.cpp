@@ -33,12 +33,11 @@ std::size_t powerOfTwo( std::size_t least ) {
    return count;
 }
 
-}  // namespace
+} // namespace
 
-HashMap2018Generic::HashMap2018Generic( HashMap2018VTable const* vtable,
-                                        TypeSafeIndex< unsigned int, 355 > buckets,
-                                        bool keepBuckets )
-      : vtable_( vtable ), firstBuckets_( buckets.value() ), keepBuckets_( keepBuckets ) {}
+HashMap2018Generic::HashMap2018Generic(
+   HashMap2018VTable const* vtable, TypeSafeIndex< unsigned int, 355 > buckets, bool keepBuckets )
+   : vtable_( vtable ), firstBuckets_( buckets.value() ), keepBuckets_( keepBuckets ) {}
 
 HashMap2018Generic::~HashMap2018Generic() {
    emptyAllBuckets( vtable_, true );
@@ -52,7 +51,7 @@ HashMap2018Node* HashMap2018Generic::lookupNodeG( void const* key ) const {
       return nullptr;
    }
    std::size_t hash = mix( vtable_->hash( key ) );
-   for( auto* node = buckets_[ slot( hash ) ]; node; node = node->bucketNext ) {
+   for( auto* node = buckets_[slot( hash )]; node; node = node->bucketNext ) {
       if( node->hash == hash && vtable_->holdsKey( node, key ) ) {
          return node;
       }
@@ -129,13 +128,13 @@ void HashMap2018Generic::grow() {
 }
 
 void HashMap2018Generic::link( HashMap2018Node* node ) {
-   auto*& bucket = buckets_[ slot( node->hash ) ];
+   auto*& bucket = buckets_[slot( node->hash )];
    node->bucketNext = bucket;
    bucket = node;
 }
 
 void HashMap2018Generic::unlink( HashMap2018Node* node ) {
-   auto** at = &buckets_[ slot( node->hash ) ];
+   auto** at = &buckets_[slot( node->hash )];
    while( *at != node ) {
       KEL_ASSERT( *at );
       at = &( *at )->bucketNext;
@@ -144,12 +143,12 @@ void HashMap2018Generic::unlink( HashMap2018Node* node ) {
 }
 
 HashMap2018IteratorGeneric::HashMap2018IteratorGeneric( HashMap2018Generic const& map )
-      : map_( const_cast< HashMap2018Generic* >( &map ) ), node_( map.first_ ) {
+   : map_( const_cast< HashMap2018Generic* >( &map ) ), node_( map.first_ ) {
    attach();
 }
 
 HashMap2018IteratorGeneric::HashMap2018IteratorGeneric( HashMap2018IteratorGeneric const& other )
-      : map_( other.map_ ), node_( other.node_ ) {
+   : map_( other.map_ ), node_( other.node_ ) {
    if( map_ ) {
       attach();
    }
@@ -185,4 +184,4 @@ void HashMap2018IteratorGeneric::detach() {
    nextOfMap_ = prevOfMap_ = nullptr;
 }
 
-}  // namespace Kel
+} // namespace Kel

@@ -24,21 +24,18 @@ void KelAttrBase::throwNotEnumConstantException() const {
 
 void KelAttrBase::throwEnumValueWrongUnderlyingTypeException( KelTypeBase wanted ) const {
    throw TypeException( _fmt( "%s::%s is not a constant of underlying type %s",
-                              scope().fullTypeName(), name(), wanted.fullTypeName() ) );
+      scope().fullTypeName(), name(), wanted.fullTypeName() ) );
 }
 
 namespace {
 
-constexpr char const* opNames[] = { "read",     "write", "delete", "members", "version", "exist", "add",
-                                    "remove",   "front", "back",   "call",    "",        "",      "",
-                                    "",         "",      "",       "",        "",        "",      "",
-                                    "",         "",      "iterate", "union alternative",
-                                    "gNMI JSON text" };
+constexpr char const* opNames[] = { "read", "write", "delete", "members", "version", "exist", "add",
+   "remove", "front", "back", "call", "", "", "", "", "", "", "", "", "", "", "", "", "iterate",
+   "union alternative", "gNMI JSON text" };
 
 [[noreturn]] void throwNotApplicable( KelAttr attr, AttributeOp op ) {
    throw OpNotSupportedException( _fmt( "%s does not support the operation '%s'",
-                                        fullAttrName( attr ).charPtr(),
-                                        opNames[ static_cast< unsigned >( op ) ] ) );
+      fullAttrName( attr ).charPtr(), opNames[static_cast< unsigned >( op )] ) );
 }
 
 // Whether the row stands in the type's own block.
@@ -50,7 +47,7 @@ bool holds( TypeRow const& row, KelAttr attr ) {
 [[gnu::noinline]] KelType findOwner( KelAttr attr ) {
    auto const* module = attr.module();
    for( std::uint16_t i = 0; i < module->types; ++i ) {
-      if( holds( module->typeRows[ i ], attr ) ) {
+      if( holds( module->typeRows[i], attr ) ) {
          return KelType( module, i );
       }
    }
@@ -79,7 +76,7 @@ inline void run( AttrCall& call, GenericIfRef object ) {
       }
    }
    auto const* ops = owner.impl().attrOps;
-   auto* op = ops ? ops[ attr.attrIndex() - owner.row().firstAttr ] : nullptr;
+   auto* op = ops ? ops[attr.attrIndex() - owner.row().firstAttr] : nullptr;
    if( !op || op( call ) != attrOpDone ) {
       throwNotApplicable( attr, call.op );
    }
@@ -90,16 +87,16 @@ inline void run( AttrCall& call, GenericIfRef object ) {
       _fmt( "attribute %s is not readable", fullAttrName( attr ).charPtr() ) );
 }
 
-// A change must be allowed by the attribute and by the view of the object. What a collection lets its
-// members do is its container's affair.
+// A change must be allowed by the attribute and by the view of the object. What a collection lets
+// its members do is its container's affair.
 void requireChange( KelAttr attr, GenericIfRef object ) {
    if( !attr.writable() && !attr.isCollection() ) {
       throw NoImplementationException(
          _fmt( "attribute %s is not writable", fullAttrName( attr ).charPtr() ) );
    }
    if( object && object->isConst() && !attr.isStatic() ) {
-      throw ConstException( _fmt( "cannot change %s of a const object",
-                                  fullAttrName( attr ).charPtr() ) );
+      throw ConstException(
+         _fmt( "cannot change %s of a const object", fullAttrName( attr ).charPtr() ) );
    }
 }
 
@@ -109,16 +106,16 @@ Ptr< GenericIf > constantValue( KelAttr attr ) {
    return attr.scope().genericIf( &bits, true );
 }
 
-}  // namespace
+} // namespace
 
 int attributeOp( KelType type, AttributeId id, AttrCall& call ) {
    auto const& row = type.row();
    for( std::uint16_t i = 0; i < row.attrCount; ++i ) {
       auto index = static_cast< std::uint16_t >( row.firstAttr + i );
-      if( type.module()->attrRows[ index ].id == id ) {
+      if( type.module()->attrRows[index].id == id ) {
          call.attr = KelAttr( type.module(), type.typeIndex(), index );
          auto const* ops = type.impl().attrOps;
-         return ops && ops[ i ] ? ops[ i ]( call ) : attrOpNotApplicable;
+         return ops && ops[i] ? ops[i]( call ) : attrOpNotApplicable;
       }
    }
    return attrOpNotOwn;
@@ -225,23 +222,22 @@ String KelAttr::genericIfGnmiJsonString( GenericIfRef object ) const {
    return text;
 }
 
-// --- refusals that generated operations share ---------------------------------------------------------
-
 void throwWrongType( KelType wanted, GenericIf const* got ) {
-   throw TypeException( _fmt( "expected %s, got %s",
-                              wanted ? wanted.fullTypeName() : "a value of an unknown type",
-                              got ? got->type().fullTypeName() : "null" ) );
+   throw TypeException(
+      _fmt( "expected %s, got %s", wanted ? wanted.fullTypeName() : "a value of an unknown type",
+         got ? got->type().fullTypeName() : "null" ) );
 }
 
 void throwConstPointer( KelType wanted ) {
-   throw ConstException( _fmt( "expected a non-const %s, got a const one", wanted.fullTypeName() ) );
+   throw ConstException(
+      _fmt( "expected a non-const %s, got a const one", wanted.fullTypeName() ) );
 }
 
 namespace Schema {
 
 void throwConstCall( KelAttr attr ) {
-   throw ConstException( _fmt( "cannot call the non-const function %s of a const object",
-                               fullAttrName( attr ).charPtr() ) );
+   throw ConstException( _fmt(
+      "cannot call the non-const function %s of a const object", fullAttrName( attr ).charPtr() ) );
 }
 
 void throwNoMember( KelAttr attr ) {
@@ -254,7 +250,7 @@ void requireArgs( ArgVector const& args, std::size_t wanted ) {
    }
 }
 
-}  // namespace Schema
+} // namespace Schema
 
 void throwEmptyCollection() {
    throw RangeException( "the collection is empty" );
@@ -264,4 +260,4 @@ void throwNoPosition( U32 position ) {
    throw RangeException( _fmt( "the collection has no member %u", position ) );
 }
 
-}  // namespace Kel
+} // namespace Kel

@@ -28,7 +28,7 @@ KelAttr findAttr( KelType type, Matches matches ) {
    return KelAttr();
 }
 
-}  // namespace
+} // namespace
 
 KelType KelTypeBase::referencedType() const {
    return resolveTypeRef( module_, row().typeRef );
@@ -39,12 +39,12 @@ KelType KelTypeBase::baseType() const {
 }
 
 KelAttr KelTypeBase::attr( char const* name ) const {
-   return findAttr( KelType( *this ),
-                    [ name ]( KelAttr attr ) { return std::strcmp( attr.name(), name ) == 0; } );
+   return findAttr(
+      KelType( *this ), [name]( KelAttr attr ) { return std::strcmp( attr.name(), name ) == 0; } );
 }
 
 KelAttr KelTypeBase::attr( AttributeId id ) const {
-   return findAttr( KelType( *this ), [ id ]( KelAttr attr ) { return attr.attributeId() == id; } );
+   return findAttr( KelType( *this ), [id]( KelAttr attr ) { return attr.attributeId() == id; } );
 }
 
 std::uint32_t KelTypeBase::attributes() const {
@@ -59,13 +59,13 @@ namespace {
 
 std::uint32_t countArgs( ArgRow const* row ) {
    std::uint32_t count = 0;
-   while( row[ count ].nameOffset() ) {
+   while( row[count].nameOffset() ) {
       ++count;
    }
    return count;
 }
 
-}  // namespace
+} // namespace
 
 std::uint32_t KelTypeBase::constructorArgNames() const {
    return countArgs( constructorArgs() );
@@ -120,8 +120,7 @@ void KelTypeBase::throwNotEnumTypeException() const {
 
 void KelTypeBase::throwEnumAttrWrongTypeException( KelTypeBase wanted ) const {
    throw TypeException( _fmt( "the underlying type of %s is %s, not %s", fullTypeName(),
-                              KelType( *this ).underlyingType().fullTypeName(),
-                              wanted.fullTypeName() ) );
+      KelType( *this ).underlyingType().fullTypeName(), wanted.fullTypeName() ) );
 }
 
 KelTypeBase::AttributeQIterator::AttributeQIterator( KelTypeBase type ) {
@@ -139,22 +138,20 @@ KelTypeBase::AttributeQIterator& KelTypeBase::AttributeQIterator::operator++() {
 
 KelAttr KelTypeBase::AttributeQIterator::operator*() const {
    auto const& frame = frames_.back();
-   auto first = frame.module->typeRows[ frame.typeIndex ].firstAttr;
+   auto first = frame.module->typeRows[frame.typeIndex].firstAttr;
    return KelAttr( frame.module, frame.typeIndex, static_cast< std::uint16_t >( first + index_ ) );
 }
 
 void KelTypeBase::AttributeQIterator::skipEmptyFrames() {
    while( !frames_.empty() ) {
       auto const& frame = frames_.back();
-      if( index_ < frame.module->typeRows[ frame.typeIndex ].attrCount ) {
+      if( index_ < frame.module->typeRows[frame.typeIndex].attrCount ) {
          return;
       }
       frames_.pop_back();
       index_ = 0;
    }
 }
-
-// --- instances ---------------------------------------------------------------------------------------
 
 Ptr< GenericIf > KelType::genericIf( ArgVector const& args, bool isConst ) const {
    auto* construct = impl().construct;
@@ -179,11 +176,11 @@ constexpr unsigned distance( AttributeOp from, AttributeOp to ) {
 }
 
 [[noreturn]] void throwNoOperation( KelTypeBase type, AttributeOp op ) {
-   static constexpr char const* names[] = { "truth", "==", "<", "+", "-", "*",
-                                            "/",     "%",  "&", "|", "^", "~" };
-   throw OpNotSupportedException(
-      _fmt( "%s does not support the operation %s", type.fullTypeName(),
-            op >= firstBoolean && op <= lastOperation ? names[ distance( firstBoolean, op ) ] : "asked for" ) );
+   static constexpr char const* names[] = { "truth", "==", "<", "+", "-", "*", "/", "%", "&", "|",
+      "^", "~" };
+   throw OpNotSupportedException( _fmt( "%s does not support the operation %s", type.fullTypeName(),
+      op >= firstBoolean && op <= lastOperation ? names[distance( firstBoolean, op )]
+                                                : "asked for" ) );
 }
 
 void const* operand( KelTypeBase type, GenericIfRef generic ) {
@@ -196,13 +193,13 @@ void const* operand( KelTypeBase type, GenericIfRef generic ) {
    return generic->voidPtrIs( type );
 }
 
-}  // namespace
+} // namespace
 
-Ptr< GenericIf > KelType::genericIfArithmeticOp( GenericIfRef lhs, AttributeOp op,
-                                                 GenericIfRef rhs ) const {
+Ptr< GenericIf > KelType::genericIfArithmeticOp(
+   GenericIfRef lhs, AttributeOp op, GenericIfRef rhs ) const {
    auto const* ops = impl().value;
    auto* run = ops && op >= firstArithmetic && op <= lastOperation
-                  ? ops->arithmetic[ distance( firstArithmetic, op ) ]
+                  ? ops->arithmetic[distance( firstArithmetic, op )]
                   : nullptr;
    bool isUnary = op == lastOperation;
    if( !run || !lhs || isUnary != !rhs ) {
@@ -213,8 +210,9 @@ Ptr< GenericIf > KelType::genericIfArithmeticOp( GenericIfRef lhs, AttributeOp o
 
 bool KelType::genericIfBooleanOp( GenericIfRef lhs, AttributeOp op, GenericIfRef rhs ) const {
    auto const* ops = impl().value;
-   auto* run = ops && op >= firstBoolean && op < firstArithmetic ? ops->boolean[ distance( firstBoolean, op ) ]
-                                                                 : nullptr;
+   auto* run = ops && op >= firstBoolean && op < firstArithmetic
+                  ? ops->boolean[distance( firstBoolean, op )]
+                  : nullptr;
    bool isUnary = op == firstBoolean;
    if( !run || !lhs || isUnary != !rhs ) {
       throwNoOperation( *this, op );
@@ -222,4 +220,4 @@ bool KelType::genericIfBooleanOp( GenericIfRef lhs, AttributeOp op, GenericIfRef
    return run( operand( *this, lhs ), operand( *this, rhs ) );
 }
 
-}  // namespace Kel
+} // namespace Kel

@@ -19,7 +19,7 @@ std::unordered_map< PtrInterface const*, std::unique_ptr< NotifieeList > >& list
    return *lists;
 }
 
-}  // namespace
+} // namespace
 
 NotifieeList* NotifieeList::find( PtrInterface const* owner ) {
    auto at = lists().find( owner );
@@ -27,7 +27,7 @@ NotifieeList* NotifieeList::find( PtrInterface const* owner ) {
 }
 
 NotifieeList& NotifieeList::of( PtrInterface const* owner ) {
-   auto& list = lists()[ owner ];
+   auto& list = lists()[owner];
    if( !list ) {
       list = std::make_unique< NotifieeList >( owner );
    }
@@ -66,8 +66,8 @@ void NotifieeList::remove( PtrInterface::NotifieeConst const* notifiee ) {
    owner_->hasNotifiees_ = first_ != nullptr;
 }
 
-// Goes along the notifiees that were registered before the change. Each is held for the length of its
-// reaction, so that one whose last other reference goes there ends behind it.
+// Goes along the notifiees that were registered before the change. Each is held for the length of
+// its reaction, so that one whose last other reference goes there ends behind it.
 template< class React >
 void NotifieeList::forEach( std::uint64_t change, React react ) {
    Cursor cursor{ first_, cursors_ };
@@ -84,8 +84,9 @@ void NotifieeList::forEach( std::uint64_t change, React react ) {
    cursors_ = cursor.outer;
 }
 
-void NotifieeList::deliver( std::uint64_t change, KelAttr attr, Ptr< GenericIf const > const& key ) {
-   forEach( change, [ & ]( PtrInterface::NotifieeConst* notifiee ) {
+void NotifieeList::deliver(
+   std::uint64_t change, KelAttr attr, Ptr< GenericIf const > const& key ) {
+   forEach( change, [&]( PtrInterface::NotifieeConst* notifiee ) {
       if( notifiee->deliver_ ) {
          notifiee->deliver_( notifiee, attr, key );
       }
@@ -95,8 +96,6 @@ void NotifieeList::deliver( std::uint64_t change, KelAttr attr, Ptr< GenericIf c
 void NotifieeList::deliverZombie( std::uint64_t change ) {
    forEach( change, []( PtrInterface::NotifieeConst* notifiee ) { notifiee->onZeroReferences(); } );
 }
-
-// --- notifiees -----------------------------------------------------------------------------------------
 
 PtrInterface::NotifieeConst::~NotifieeConst() {
    isRegisteredNotifieeIs( false );
@@ -126,12 +125,12 @@ void PtrInterface::NotifieeConst::isRegisteredNotifieeIs( bool registered ) cons
 }
 
 GenericIf::NotifieeConst::NotifieeConst( Ptr< GenericIf const > notifier )
-      : PtrInterface::NotifieeConst(
-           []( PtrInterface::NotifieeConst* self, KelAttr attr, Ptr< GenericIf const > const& key ) {
-              auto* notifiee = static_cast< GenericIf::NotifieeConst* >( self );
-              notifiee->onAttribute( attr, key );
-           } ),
-        generic_( std::move( notifier ) ) {
+   : PtrInterface::NotifieeConst(
+        []( PtrInterface::NotifieeConst* self, KelAttr attr, Ptr< GenericIf const > const& key ) {
+           auto* notifiee = static_cast< GenericIf::NotifieeConst* >( self );
+           notifiee->onAttribute( attr, key );
+        } ),
+     generic_( std::move( notifier ) ) {
    PtrInterface* object = generic_ ? generic_->ptrInterface() : nullptr;
    if( !object ) {
       throw TypeException( "only an object can be notified of, not a value or null" );
@@ -147,4 +146,4 @@ void GenericIf::NotifieeConst::onAttribute( KelAttr attribute, Ptr< GenericIf co
    onAttribute( attribute.attributeId(), key.get() );
 }
 
-}  // namespace Kel
+} // namespace Kel

@@ -20,7 +20,7 @@ void flagIs( std::uint32_t& word, std::uint32_t bit, bool on ) {
    }
 }
 
-}  // namespace
+} // namespace
 
 PtrInterface::~PtrInterface() {
    if( hasNotifiees_ ) {
@@ -67,4 +67,4 @@ void PtrInterface::handleZeroRef() const noexcept {
    const_cast< PtrInterface* >( this )->zeroReferencesIs( true );
 }
 
-}  // namespace Kel
+} // namespace Kel

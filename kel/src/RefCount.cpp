@@ -4,4 +4,4 @@ namespace Kel {
 
 constinit std::atomic< bool > VFPtrInterface::threadSafePointers_{ false };
 
-}  // namespace Kel
+} // namespace Kel

@@ -1,5 +1,5 @@
-// The registry of type names. Readers take no lock: they see one immutable table, and each registration
-// publishes a new one. Old tables are kept, since a reader may still stand in one.
+// The registry of type names. Readers take no lock: they see one immutable table, and each
+// registration publishes a new one. Old tables are kept, since a reader may still stand in one.
 #include <algorithm>
 #include <atomic>
 #include <mutex>
@@ -23,21 +23,21 @@ struct NameTable {
 constinit std::atomic< NameTable const* > published = nullptr;
 constinit std::mutex registrationMutex;
 
-// What no compiler of one unit can see, for a reference into another: every internal index stands on
-// the member type, and a base's value attribute is flagged on the derived type too.
+// What no compiler of one unit can see, for a reference into another: every internal index stands
+// on the member type, and a base's value attribute is flagged on the derived type too.
 void checkAgainstOtherUnits( KelType type ) {
    if( KelType base = type.baseType() ) {
       KEL_ASSERT( !base.flag( TypeFlag::hasValAttr ) || type.flag( TypeFlag::hasValAttr ) );
    }
    for( std::uint16_t i = 0; i < type.row().attrCount; ++i ) {
       KelAttr attr( type.module(), type.typeIndex(),
-                    static_cast< std::uint16_t >( type.row().firstAttr + i ) );
+         static_cast< std::uint16_t >( type.row().firstAttr + i ) );
       bool named = !attr.isEnumConst() && attr.row().indexNameOffset();
       KEL_ASSERT( !named || attr.indexAttr() );
    }
 }
 
-}  // namespace
+} // namespace
 
 void kelModuleIs( KelModule const* module ) {
    std::lock_guard guard( registrationMutex );
@@ -78,8 +78,8 @@ std::vector< char const* > typeNames() {
       }
    }
    std::sort( names.begin(), names.end(),
-              []( char const* a, char const* b ) { return std::string_view( a ) < b; } );
+      []( char const* a, char const* b ) { return std::string_view( a ) < b; } );
    return names;
 }
 
-}  // namespace Kel
+} // namespace Kel

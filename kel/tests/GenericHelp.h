@@ -28,15 +28,15 @@ inline Kel::KelAttr attr( Kel::Ptr< Kel::GenericIf > const& object, char const* 
    return object->type().attr( name );
 }
 inline Kel::Ptr< Kel::GenericIf > get( Kel::Ptr< Kel::GenericIf > const& object, char const* name,
-                                       Kel::Ptr< Kel::GenericIf > const& key = nullptr ) {
+   Kel::Ptr< Kel::GenericIf > const& key = nullptr ) {
    return attr( object, name ).genericIfGet( object, key );
 }
 inline void set( Kel::Ptr< Kel::GenericIf > const& object, char const* name,
-                 Kel::Ptr< Kel::GenericIf > const& value ) {
+   Kel::Ptr< Kel::GenericIf > const& value ) {
    attr( object, name ).genericIfSet( object, nullptr, value );
 }
-inline Kel::Ptr< Kel::GenericIf > make( char const* type,
-                                        std::vector< Kel::Ptr< Kel::GenericIf > > args ) {
+inline Kel::Ptr< Kel::GenericIf > make(
+   char const* type, std::vector< Kel::Ptr< Kel::GenericIf > > args ) {
    return Kel::typeNode( type ).genericIf( Kel::ArgVector( args.begin(), args.end() ), false );
 }
 
@@ -45,4 +45,4 @@ struct Locked {
    Kel::LockAnchor locked{ Kel::activityLock() };
 };
 
-}  // namespace Unit
+} // namespace Unit

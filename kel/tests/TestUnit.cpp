@@ -4,27 +4,25 @@
 
 namespace Unit {
 
-KEL_UNIT(
-   _Unit_kelModule,
+KEL_UNIT( _Unit_kelModule,
    enumeration< Level >( constant< Level::low >( "low" ), constant< Level::none >( "none" ),
-                         constant< Level::high >( "high" ) ),
+      constant< Level::high >( "high" ) ),
    value< Money >( args( arg< Kel::U32 >( "cents" ) ), attr< &Money::cents >( "cents", valAttr ) ),
    value< Pair >( attr< &Pair::name >( "name" ), attr< &Pair::count >( "count" ) ),
-   value< Either >( attr< &Either::number, &Either::numberIs >( "number" )
-                       .aliveIf< &Either::numberIsLive >(),
-                    attr< &Either::text, &Either::textIs >( "text" ).aliveIf< &Either::textIsLive >() )
+   value< Either >(
+      attr< &Either::number, &Either::numberIs >( "number" ).aliveIf< &Either::numberIsLive >(),
+      attr< &Either::text, &Either::textIs >( "text" ).aliveIf< &Either::textIsLive >() )
       .with( isUnion ),
    pointer< Part >( args( arg< Kel::String >( "id" ) ), attr< &Part::id >( "id", immutable ),
-                    attr< &Part::weight, &Part::weightIs >( "weight", notifies ),
-                    function< &Part::twin >( "twin", "suffix" ), function< &Part::drop >( "drop" ) ),
-   pointer< SpecialPart, Part >( args( arg< Kel::String >( "id" ) ),
-                                 attr< &SpecialPart::extra >( "extra" ) ),
+      attr< &Part::weight, &Part::weightIs >( "weight", notifies ),
+      function< &Part::twin >( "twin", "suffix" ), function< &Part::drop >( "drop" ) ),
+   pointer< SpecialPart, Part >(
+      args( arg< Kel::String >( "id" ) ), attr< &SpecialPart::extra >( "extra" ) ),
    pointer< Maker, Part >( madeBy< &Maker::make >( arg< bool >( "special" ) ) ),
-   entity< Box, Kel::Entity >(
-      args( arg< Kel::String >( "name" ), arg< Kel::U32 >( "size" ) ), attr< &Box::size >( "size" ),
-      attr< &Box::price, &Box::priceIs >( "price", notifies ), attr< &Box::part >( "part" ),
-      attr< &Box::constPart >( "constPart" ), attr< &Box::rawPart >( "rawPart" ),
-      attr< &Box::level >( "level", notifies ),
+   entity< Box, Kel::Entity >( args( arg< Kel::String >( "name" ), arg< Kel::U32 >( "size" ) ),
+      attr< &Box::size >( "size" ), attr< &Box::price, &Box::priceIs >( "price", notifies ),
+      attr< &Box::part >( "part" ), attr< &Box::constPart >( "constPart" ),
+      attr< &Box::rawPart >( "rawPart" ), attr< &Box::level >( "level", notifies ),
       collection< &Box::made >( "made", args( arg< Kel::String >( "id" ) ), notifies )
          .indexedBy( "id" ),
       collection< &Box::seen >( "seen" ).indexedBy( "id" ),
@@ -34,7 +32,7 @@ KEL_UNIT(
       instance< &Box::lid >( "lid", args( arg< Kel::String >( "id" ) ) ),
       attr< &Box::boxes >( "boxes" ) ),
    entity< Rack, Kel::Dir >( args( arg< Kel::String >( "name" ) ), attr< &Rack::width >( "width" ),
-                             attr< &Rack::height >( "height" ),
-                             collection< &Rack::entities >( "slot" ).indexedBy( "name" ) ) )
+      attr< &Rack::height >( "height" ),
+      collection< &Rack::entities >( "slot" ).indexedBy( "name" ) ) )
 
-}  // namespace Unit
+} // namespace Unit

@@ -55,7 +55,9 @@ class Part : public Kel::PtrInterface {
    Kel::String const& id() const { return id_; }
    Kel::U32 weight() const { return weight_; }
    void weightIs( Kel::U32 weight ) { memberIs( weight_, weight, Kel::attrId( "weight" ) ); }
-   Kel::Ptr< Part > twin( Kel::String suffix ) const { return Kel::newObject< Part >( id_ + suffix ); }
+   Kel::Ptr< Part > twin( Kel::String suffix ) const {
+      return Kel::newObject< Part >( id_ + suffix );
+   }
    void drop() { weightIs( 0 ); }
 
    inline static Kel::U32 live = 0;
@@ -89,7 +91,7 @@ class Box : public Kel::Entity {
    KEL_OBJECT( Box )
 
    explicit Box( Kel::String name, Kel::U32 size = 0 )
-         : Kel::Entity( std::move( name ) ), size_( size ) {}
+      : Kel::Entity( std::move( name ) ), size_( size ) {}
 
    Kel::U32 size() const { return size_; }
    Money price() const { return price_; }
@@ -123,4 +125,4 @@ class Rack : public Kel::Dir {
    Kel::U32 width = 0, height = 0;
 };
 
-}  // namespace Unit
+} // namespace Unit

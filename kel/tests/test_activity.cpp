@@ -26,7 +26,7 @@ class Reactor : public GenericIf::NotifieeConst {
    using React = std::function< void( KelAttr, GenericIf const* key ) >;
 
    Reactor( Ptr< GenericIf const > notifier, React react )
-         : GenericIf::NotifieeConst( std::move( notifier ) ), react_( std::move( react ) ) {}
+      : GenericIf::NotifieeConst( std::move( notifier ) ), react_( std::move( react ) ) {}
    void onAttribute( KelAttr attr, Ptr< GenericIf const > const& key ) override {
       react_( attr, key.get() );
    }
@@ -57,7 +57,7 @@ struct Activity : testing::Test {
 
    Box& object() { return *static_cast< Box* >( box->voidPtrIs( kelType< Box >() ) ); }
    Ptr< Reactor > reactor() {
-      return newObject< Reactor >( box, [ this ]( KelAttr attr, GenericIf const* key ) {
+      return newObject< Reactor >( box, [this]( KelAttr attr, GenericIf const* key ) {
          seen += attr ? attr.name() : "zombie";
          seen += key ? ":" + key->strRep().stdString() + " " : " ";
       } );
@@ -68,7 +68,7 @@ Seconds in( double seconds ) {
    return Seconds( System::currentTime().value() + seconds );
 }
 
-}  // namespace
+} // namespace
 
 TEST_F( Activity, delivers_changes_in_order_and_never_inside_the_change ) {
    auto one = reactor();
@@ -118,7 +118,7 @@ TEST_F( Activity, reaches_only_notifiees_that_stood_before_the_change_and_stand_
 
 TEST_F( Activity, lets_a_reactor_drop_itself_and_others_and_make_new_ones ) {
    std::vector< Ptr< Reactor > > all;
-   auto react = [ & ]( KelAttr, GenericIf const* ) {
+   auto react = [&]( KelAttr, GenericIf const* ) {
       seen += "x";
       all.clear();
       all.push_back( reactor() );
@@ -150,29 +150,30 @@ TEST_F( Activity, refuses_a_value_as_notifier ) {
 TEST_F( Activity, fires_timers_in_order_of_time_and_those_of_the_past_at_once ) {
    std::vector< Ptr< Timer > > timers;
    for( int i : { 3, 1, 2, 0 } ) {
-      timers.push_back( newObject< Timer >( [ this, i ]( Timer& ) { seen += std::to_string( i ); } ) );
+      timers.push_back(
+         newObject< Timer >( [this, i]( Timer& ) { seen += std::to_string( i ); } ) );
       timers.back()->timeMinIs( in( i * 0.001 - 1 ) );
    }
-   auto far = newObject< Timer >( [ this ]( Timer& ) { seen += "far"; } );
+   auto far = newObject< Timer >( [this]( Timer& ) { seen += "far"; } );
    far->timeMinIs( in( 3600 ) );
    manager().runUntilIdle();
    EXPECT_EQ( seen, "0123" );
-   EXPECT_EQ( timers[ 0 ]->timeMin().value(), 0 );
+   EXPECT_EQ( timers[0]->timeMin().value(), 0 );
 }
 
 TEST_F( Activity, lets_a_timer_arm_itself_again_and_be_disarmed ) {
    int left = 3;
-   auto again = newObject< Timer >( [ & ]( Timer& timer ) {
+   auto again = newObject< Timer >( [&]( Timer& timer ) {
       seen += "t";
       if( --left ) {
          timer.timeMinIs( in( 0 ) );
       }
    } );
-   auto off = newObject< Timer >( [ this ]( Timer& ) { seen += "off"; } );
+   auto off = newObject< Timer >( [this]( Timer& ) { seen += "off"; } );
    again->timeMinIs( in( 0 ) );
    off->timeMinIs( in( 0 ) );
    off->timeMinIs( Seconds( 0 ) );
-   auto zombie = newObject< Timer >( [ this ]( Timer& ) { seen += "zombie"; } );
+   auto zombie = newObject< Timer >( [this]( Timer& ) { seen += "zombie"; } );
    zombie->timeMinIs( in( 0 ) );
    zombie->kelDoZombieReactors( true );
    manager().runUntilIdle();
@@ -180,7 +181,7 @@ TEST_F( Activity, lets_a_timer_arm_itself_again_and_be_disarmed ) {
 }
 
 TEST_F( Activity, run_ends_by_stop_and_keeps_what_is_queued_for_the_next_run ) {
-   auto stopper = newObject< Reactor >( box, [ this ]( KelAttr, GenericIf const* ) {
+   auto stopper = newObject< Reactor >( box, [this]( KelAttr, GenericIf const* ) {
       seen += "s";
       manager().stop();
    } );
@@ -205,7 +206,7 @@ TEST_F( Activity, run_with_stop_on_quiesce_ends_once_nothing_is_due ) {
 }
 
 TEST_F( Activity, does_not_nest ) {
-   auto nested = newObject< Reactor >( box, [ & ]( KelAttr, GenericIf const* ) {
+   auto nested = newObject< Reactor >( box, [&]( KelAttr, GenericIf const* ) {
       EXPECT_THROW( manager().run(), InternalException );
       EXPECT_THROW( manager().runUntilIdle(), InternalException );
       seen += "n";
@@ -223,11 +224,11 @@ TEST( ActivityThread, waits_without_the_lock_and_wakes_for_changes_timers_and_st
    {
       Locked locked;
       box = make( "Unit::Box", { text( "box" ), generic( U32( 3 ) ) } );
-      reactor = newObject< Reactor >( box, [ & ]( KelAttr attr, GenericIf const* ) {
+      reactor = newObject< Reactor >( box, [&]( KelAttr attr, GenericIf const* ) {
          EXPECT_EQ( activityLock()->ownerThread(), Impl::gettid() );
          seen += attr.name();
       } );
-      timer = newObject< Timer >( [ & ]( Timer& ) { seen += "t"; } );
+      timer = newObject< Timer >( [&]( Timer& ) { seen += "t"; } );
       manager().start();
       EXPECT_TRUE( manager().isRunning() );
       EXPECT_THROW( manager().start(), InternalException );
@@ -258,10 +259,9 @@ TEST( ActivityThread, waits_without_the_lock_and_wakes_for_changes_timers_and_st
 }
 
 TEST( ActivityThread, is_stopped_by_a_signal_handler_while_it_waits ) {
-   auto old = ::signal( SIGUSR1, []( int ) {
-      ActivityFacility::activityManagerConfig()->stopOnQuiesceIs( true );
-   } );
-   std::thread other( [ main = ::pthread_self() ] {
+   auto old = ::signal(
+      SIGUSR1, []( int ) { ActivityFacility::activityManagerConfig()->stopOnQuiesceIs( true ); } );
+   std::thread other( [main = ::pthread_self()] {
       while( true ) {
          ::usleep( 1000 );
          Locked locked;

@@ -32,7 +32,7 @@ struct Collection : testing::Test {
    }
 };
 
-}  // namespace
+} // namespace
 
 TEST_F( Collection, with_external_keys_is_read_written_and_deleted_by_key ) {
    KelAttr stock = attr( box, "stock" );
@@ -113,7 +113,8 @@ TEST_F( Collection, that_is_a_vector_adds_and_takes_at_its_back ) {
    EXPECT_EQ( as< S32 >( track.genericIfRemove( box ) ), 9 );
    track.genericIfSet( box, generic( U32( 0 ) ), generic( S32( 1 ) ) );
    EXPECT_EQ( as< S32 >( track.genericIfFront( box ) ), 1 );
-   EXPECT_THROW( track.genericIfSet( box, generic( U32( 2 ) ), generic( S32( 1 ) ) ), RangeException );
+   EXPECT_THROW(
+      track.genericIfSet( box, generic( U32( 2 ) ), generic( S32( 1 ) ) ), RangeException );
 }
 
 TEST_F( Collection, that_is_a_dynamic_array_grows_and_resets ) {
@@ -123,8 +124,8 @@ TEST_F( Collection, that_is_a_dynamic_array_grows_and_resets ) {
    EXPECT_EQ( slot.genericIfMembers( box ), 7u );
    EXPECT_TRUE( slot.genericIfDel( box, generic( U32( 6 ) ) ) );
    EXPECT_EQ( as< U32 >( slot.genericIfGet( box, generic( U32( 6 ) ) ) ), 0u );
-   EXPECT_THROW( slot.genericIfSet( box, generic( U32( 1u << 31 ) ), generic( U32( 1 ) ) ),
-                 RangeException );
+   EXPECT_THROW(
+      slot.genericIfSet( box, generic( U32( 1u << 31 ) ), generic( U32( 1 ) ) ), RangeException );
 }
 
 TEST_F( Collection, keeps_the_order_of_its_making_as_it_grows ) {

@@ -15,7 +15,7 @@ struct Entities : testing::Test {
    Ptr< Dir > dir = newObject< Dir >( String( "d" ) );
 };
 
-}  // namespace
+} // namespace
 
 TEST_F( Entities, have_full_names_by_their_place_in_the_tree ) {
    auto* root = Dir::root();
@@ -80,7 +80,7 @@ TEST_F( Entities, outlive_their_directory_where_they_are_held ) {
 
 TEST_F( Entities, that_every_process_has_are_found_by_type_name ) {
    for( char const* name : { "Kel::Dir", "Kel::Clock", "Kel::TraceFacility", "Kel::ActivityManager",
-                             "Kel::ActivityManagerConfig" } ) {
+           "Kel::ActivityManagerConfig" } ) {
       auto single = Entity::singleton( name );
       ASSERT_TRUE( single ) << name;
       EXPECT_STREQ( single->fwkType().fullTypeName(), name );
@@ -93,7 +93,8 @@ TEST_F( Entities, show_mount_state_in_the_attributes_of_a_directory ) {
    auto view = KelType::genericIf( dir.get(), false );
    EXPECT_EQ( get( view, "mountMode" )->strRep(), String( "read" ) );
    set( view, "isMounted", generic( true ) );
-   set( view, "mountMode", kelType< MountMode >().attr( "write" ).genericIfGet( nullptr, nullptr ) );
+   set(
+      view, "mountMode", kelType< MountMode >().attr( "write" ).genericIfGet( nullptr, nullptr ) );
    set( view, "mountExempt", generic( true ) );
    EXPECT_TRUE( dir->isMounted() && dir->mountExempt() && dir->mountMode() == MountMode::write );
    EXPECT_FALSE( attr( view, "entityPtr" ).writable() );
@@ -103,7 +104,8 @@ TEST_F( Entities, of_a_derived_directory_share_one_collection ) {
    auto rack = newObject< Rack >( String( "r" ) );
    auto made = rack->createEntity( "Unit::Box", "b" );
    auto view = KelType::genericIf( rack.get(), false );
-   EXPECT_EQ( get( view, "slot", text( "b" ) )->hash(), get( view, "entityPtr", text( "b" ) )->hash() );
+   EXPECT_EQ(
+      get( view, "slot", text( "b" ) )->hash(), get( view, "entityPtr", text( "b" ) )->hash() );
 }
 
 TEST( References, ignore_the_flags_of_their_word ) {
@@ -129,7 +131,7 @@ class Reviver : public PtrInterface {
    inline static int ends = 0;
 };
 
-}  // namespace
+} // namespace
 
 TEST( References, made_while_an_object_ends_do_not_end_it_twice ) {
    { Ptr< PtrInterface > only( new Reviver() ); }

@@ -18,7 +18,7 @@ struct Generics : testing::Test {
    Box& object() { return *static_cast< Box* >( box->voidPtrIs( kelType< Box >() ) ); }
 };
 
-}  // namespace
+} // namespace
 
 TEST_F( Generics, are_made_from_constructor_arguments ) {
    EXPECT_EQ( object().size(), 3u );
@@ -77,7 +77,7 @@ TEST_F( Generics, refuse_changes_through_const_views_and_name_the_attribute ) {
       EXPECT_EQ( exception.message(), String( "cannot change Unit::Box.price of a const object" ) );
    }
    EXPECT_THROW( attr( view, "stock" ).genericIfSet( view, text( "a" ), generic( U32( 1 ) ) ),
-                 ConstException );
+      ConstException );
    EXPECT_THROW( attr( view, "order" ).genericIfAdd( view, text( "a" ) ), ConstException );
    EXPECT_THROW( attr( view, "order" ).genericIfRemove( view ), ConstException );
    EXPECT_THROW( attr( view, "stock" ).genericIfDel( view, text( "a" ) ), ConstException );
@@ -161,18 +161,19 @@ TEST_F( Generics, calculate_with_what_the_type_can_do ) {
    EXPECT_FALSE( money.genericIfBooleanOp( two, AttributeOp::operatorEqual_, three ) );
    EXPECT_TRUE( money.genericIfBooleanOp( two, AttributeOp::operatorBool_, nullptr ) );
    EXPECT_THROW( money.genericIfArithmeticOp( two, AttributeOp::operatorMult_, three ),
-                 OpNotSupportedException );
+      OpNotSupportedException );
    EXPECT_THROW( money.genericIfArithmeticOp( two, AttributeOp::operatorCompl_, nullptr ),
-                 OpNotSupportedException );
+      OpNotSupportedException );
    auto pair = newValue< Pair >();
    EXPECT_THROW( kelType< Pair >().genericIfBooleanOp( pair, AttributeOp::operatorEqual_, pair ),
-                 OpNotSupportedException );
+      OpNotSupportedException );
    EXPECT_THROW( kelType< Box >().genericIfBooleanOp( box, AttributeOp::operatorEqual_, box ),
-                 OpNotSupportedException );
+      OpNotSupportedException );
 }
 
 TEST_F( Generics, hash_and_print_values_by_their_attributes ) {
-   auto a = generic( Pair{ "x", 1 } ), b = generic( Pair{ "x", 1 } ), c = generic( Pair{ "x", {} } );
+   auto a = generic( Pair{ "x", 1 } ), b = generic( Pair{ "x", 1 } ),
+        c = generic( Pair{ "x", {} } );
    EXPECT_EQ( a->hash(), b->hash() );
    EXPECT_NE( a->hash(), c->hash() );
    EXPECT_EQ( c->strRep(), String( "Unit::Pair(name=x, count=None)" ) );

@@ -24,7 +24,7 @@ std::vector< std::string > attrNames( KelType type ) {
    return names;
 }
 
-}  // namespace
+} // namespace
 
 TEST( Types, are_found_by_their_full_names_without_a_lock ) {
    EXPECT_TRUE( type( "Unit::Box" ) == kelType< Box >() );
@@ -34,11 +34,11 @@ TEST( Types, are_found_by_their_full_names_without_a_lock ) {
 }
 
 TEST( Types, have_the_names_and_indices_of_the_built_in_ones ) {
-   std::pair< char const*, int > const names[] = {
-      { "U8", 1 },    { "S8", 2 },      { "U16", 3 },         { "S16", 4 },         { "U32", 5 },
-      { "S32", 6 },   { "U64", 7 },     { "S64", 8 },         { "bool", 9 },        { "char", 10 },
-      { "float", 11 }, { "double", 12 }, { "Kel::String", 13 }, { "Kel::Bytes", 14 }, { "Kel::Seconds", 21 } };
-   for( auto [ name, index ] : names ) {
+   std::pair< char const*, int > const names[] = { { "U8", 1 }, { "S8", 2 }, { "U16", 3 },
+      { "S16", 4 }, { "U32", 5 }, { "S32", 6 }, { "U64", 7 }, { "S64", 8 }, { "bool", 9 },
+      { "char", 10 }, { "float", 11 }, { "double", 12 }, { "Kel::String", 13 },
+      { "Kel::Bytes", 14 }, { "Kel::Seconds", 21 } };
+   for( auto [name, index] : names ) {
       EXPECT_EQ( type( name ).typeIndex(), index ) << name;
       EXPECT_EQ( type( name ).module(), &_Kel_BuiltinType_kelModule ) << name;
       EXPECT_TRUE( type( name ).isBuiltinType() && type( name ).isValue() ) << name;
@@ -47,11 +47,11 @@ TEST( Types, have_the_names_and_indices_of_the_built_in_ones ) {
 
 TEST( Types, resolve_core_references_at_the_places_that_others_rely_on ) {
    EXPECT_FALSE( resolveTypeRef( &_Unit_kelModule, -1 ) );
-   EXPECT_TRUE( KelType( Impl::coreTypes_[ 1 ] ) == kelType< PtrInterface >() );
-   EXPECT_EQ( Impl::coreTypes_[ 3 ].typeIndex, 0 );
-   EXPECT_STREQ( KelType( Impl::coreTypes_[ 12 ] ).fullTypeName(), "bool" );
-   EXPECT_STREQ( KelType( Impl::coreTypes_[ 16 ] ).fullTypeName(), "Kel::String" );
-   EXPECT_STREQ( KelType( Impl::coreTypes_[ 24 ] ).fullTypeName(), "Kel::Seconds" );
+   EXPECT_TRUE( KelType( Impl::coreTypes_[1] ) == kelType< PtrInterface >() );
+   EXPECT_EQ( Impl::coreTypes_[3].typeIndex, 0 );
+   EXPECT_STREQ( KelType( Impl::coreTypes_[12] ).fullTypeName(), "bool" );
+   EXPECT_STREQ( KelType( Impl::coreTypes_[16] ).fullTypeName(), "Kel::String" );
+   EXPECT_STREQ( KelType( Impl::coreTypes_[24] ).fullTypeName(), "Kel::Seconds" );
 }
 
 TEST( Types, of_the_runtime_stand_at_their_fixed_indices ) {
@@ -89,8 +89,8 @@ TEST( Types, know_their_chain ) {
 
 TEST( Types, list_attributes_of_their_bases_first ) {
    EXPECT_EQ( attrNames( kelType< Rack >() ),
-              ( std::vector< std::string >{ "name", "fullName", "mountMode", "isMounted", "entityPtr",
-                                            "mountExempt", "width", "height", "slot" } ) );
+      ( std::vector< std::string >{ "name", "fullName", "mountMode", "isMounted", "entityPtr",
+         "mountExempt", "width", "height", "slot" } ) );
    EXPECT_EQ( kelType< Rack >().attributes(), 9u );
    EXPECT_TRUE( attrNames( type( "U32" ) ).empty() );
 }
@@ -122,7 +122,7 @@ TEST( Attributes, seen_from_two_scopes_are_one ) {
 }
 
 TEST( Attributes, tell_pointers_keys_and_arguments ) {
-   auto box = [] ( char const* name ) { return kelType< Box >().attr( name ); };
+   auto box = []( char const* name ) { return kelType< Box >().attr( name ); };
    EXPECT_TRUE( box( "part" ).flag( AttrFlag::isNonconstPtr ) );
    EXPECT_TRUE( box( "constPart" ).flag( AttrFlag::isConstPtr ) );
    EXPECT_TRUE( box( "rawPart" ).flag( AttrFlag::rawPtrInterface ) );

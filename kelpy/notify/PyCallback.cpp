@@ -80,6 +80,30 @@ CallbackGil::~CallbackGil() {
    }
 }
 
+namespace {
+
+// One reference of the thread on the state that a guard has made for it.
+class KeptThreadState {
+ public:
+   KeptThreadState() { PyGILState_Ensure(); }
+   KeptThreadState( KeptThreadState const& ) = delete;
+   KeptThreadState& operator=( KeptThreadState const& ) = delete;
+   ~KeptThreadState() {
+      if( CallbackGil const gil; gil ) {
+         PyGILState_Release( PyGILState_LOCKED );
+      }
+   }
+};
+
+} // namespace
+
+void keepThreadState() {
+   bool const madeByGuard = PyThreadState_GET()->gilstate_counter == 1;
+   if( madeByGuard ) {
+      static thread_local KeptThreadState const kept;
+   }
+}
+
 void endWithPythonError( char const* line ) noexcept {
    if( !Py_IsInitialized() ) {
       PyErr_Clear();

@@ -26,6 +26,11 @@ class CallbackGil {
    PyGILState_STATE state_ = PyGILState_UNLOCKED;
 };
 
+// Behind a guard, on a thread that calls handlers: a state that Python has made for it just now
+// lasts until the thread ends. So not each call has to make one, and Python's thread-local data
+// stays. GIL.
+void keepThreadState();
+
 // Writes the line and the pending Python error to standard error and aborts. A pending SystemExit
 // ends the process as it does anywhere. Comes back, without the error, only while the interpreter
 // goes: then the names that a handler uses go under it, and the process ends already. GIL.

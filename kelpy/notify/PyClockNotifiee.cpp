@@ -73,6 +73,7 @@ void PyClockNotifiee::handleTime() {
    if( !gil ) {
       return;
    }
+   keepThreadState();
    PyRef const result = PyRef::steal( PyObject_CallObject( function, nullptr ) );
    if( !result ) {
       endWithPythonError( "PyClockNotifiee::handleNotification's handler raised an exception" );

@@ -60,6 +60,7 @@ HandlerCall prepareCall( PyObject* function, Ptr< GenericIf const > const& key )
    if( !gil ) {
       return HandlerCall();
    }
+   keepThreadState();
    PyRef held = PyRef::borrow( function );
    Ptr< GenericIf > copy( const_cast< GenericIf* >( key.get() ) );
    PyRef pyKey = PyRef::steal( GenericIfToPyObject( std::move( copy ), true ) );

@@ -13,8 +13,8 @@ int shared = 0;
 
 // The byte behind a block of the heap.
 PyObject* planted_overrun( PyObject*, PyObject* ) {
-   char* volatile block = new char[ 8 ];
-   char const read = block[ opaque - ( INT_MAX - 8 ) ];
+   char* volatile block = new char[8];
+   char const read = block[opaque - ( INT_MAX - 8 )];
    delete[] block;
    return PyInt_FromLong( read );
 }

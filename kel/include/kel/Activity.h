@@ -1,5 +1,5 @@
-// The activity loop: delivers queued notifications and due timers, one at a time, under the activity
-// lock, which it gives up while it waits. A reactor may give the lock up and take it back.
+// The activity loop: delivers queued notifications and due timers, one at a time, under the
+// activity lock, which it gives up while it waits. A reactor may give the lock up and take it back.
 #pragma once
 
 #include <atomic>
@@ -44,7 +44,8 @@ class KEL_API ActivityManager : public Entity {
    void runUntilIdle();
    // Ends run() after the reactor that is running; what is queued stays for the next run.
    void stop();
-   // Runs the loop on a thread of the runtime's own. Throws InternalException if a loop runs already.
+   // Runs the loop on a thread of the runtime's own. Throws InternalException if a loop runs
+   // already.
    void start();
    bool isRunning() const;
 };
@@ -62,4 +63,4 @@ class KEL_API ActivityManagerConfig : public Entity {
    std::atomic< bool > stopOnQuiesce_ = false;
 };
 
-}  // namespace Kel
+} // namespace Kel

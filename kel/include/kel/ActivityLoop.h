@@ -45,7 +45,8 @@ class KEL_API ActivityLoop {
    static ActivityLoop& instance();
 
    // Queues a change for the notifiees that are registered now.
-   void queueChange( PtrInterface const* notifier, AttributeId attribute, Ptr< GenericIf const > key );
+   void queueChange(
+      PtrInterface const* notifier, AttributeId attribute, Ptr< GenericIf const > key );
    void queueZombie( PtrInterface const* notifier );
    // The number of the last change queued.
    std::uint64_t lastChange() const { return lastChange_; }
@@ -64,7 +65,7 @@ class KEL_API ActivityLoop {
    struct Change {
       std::uint64_t number;
       Ptr< PtrInterface const > notifier;
-      AttributeId attribute;  // 0 for a zombie
+      AttributeId attribute; // 0 for a zombie
       Ptr< GenericIf const > key;
    };
 
@@ -81,16 +82,16 @@ class KEL_API ActivityLoop {
    void joinOldThread();
    static void afterForkInChild();
 
-   std::deque< Change > changes_;                 // activity lock
-   TimerQueue timers_;                            // activity lock
-   std::uint64_t lastChange_ = 0;                 // activity lock
-   bool running_ = false;                         // activity lock
-   bool idle_ = true;                             // activity lock: nothing pending, or no loop
-   bool stopWanted_ = false;                      // activity lock
-   std::thread::id loopThread_;                   // activity lock
-   std::thread* ownThread_ = nullptr;             // activity lock
+   std::deque< Change > changes_;     // activity lock
+   TimerQueue timers_;                // activity lock
+   std::uint64_t lastChange_ = 0;     // activity lock
+   bool running_ = false;             // activity lock
+   bool idle_ = true;                 // activity lock: nothing pending, or no loop
+   bool stopWanted_ = false;          // activity lock
+   std::thread::id loopThread_;       // activity lock
+   std::thread* ownThread_ = nullptr; // activity lock
    int wakeDescriptor_ = -1;
    std::atomic< bool > waiting_ = false;
 };
 
-}  // namespace Kel
+} // namespace Kel

@@ -46,7 +46,7 @@ class KEL_API Clock::NotifieeConst : public PtrInterface::NotifieeConst {
    friend class TimerQueue;
 
    Seconds timeMin_{ 0 };
-   std::uint64_t order_ = 0;  // among equal times; 0 while it is not queued
+   std::uint64_t order_ = 0; // among equal times; 0 while it is not queued
 };
 
-}  // namespace Kel
+} // namespace Kel

@@ -1,5 +1,5 @@
-// The containers behind collection attributes. Each knows its key and member type and the flags of its
-// kind; given an owner and an attribute id it notifies of each change. Activity lock.
+// The containers behind collection attributes. Each knows its key and member type and the flags of
+// its kind; given an owner and an attribute id it notifies of each change. Activity lock.
 #pragma once
 
 #include <optional>
@@ -17,7 +17,7 @@ class CollectionBase {
  public:
    CollectionBase() = default;
    CollectionBase( PtrInterface const* owner, AttributeId attribute )
-         : owner_( owner ), attribute_( attribute ) {}
+      : owner_( owner ), attribute_( attribute ) {}
    CollectionBase( CollectionBase const& ) noexcept {}
    CollectionBase& operator=( CollectionBase const& ) noexcept { return *this; }
 
@@ -66,9 +66,9 @@ class KeyedCollection : public CollectionBase {
 
    KeyedCollection() : KeyedCollection( nullptr, 0 ) {}
    KeyedCollection( PtrInterface const* owner, AttributeId attribute )
-         : CollectionBase( owner, attribute ), map_( &vtable_, 1u, false ) {}
+      : CollectionBase( owner, attribute ), map_( &vtable_, 1u, false ) {}
    KeyedCollection( KeyedCollection const& other )
-         : CollectionBase( other ), map_( &vtable_, 1u, false ) {
+      : CollectionBase( other ), map_( &vtable_, 1u, false ) {
       copyFrom( other );
    }
    KeyedCollection& operator=( KeyedCollection const& other ) {
@@ -119,9 +119,7 @@ class KeyedCollection : public CollectionBase {
    }
 
  protected:
-   Node* node( Key const& key ) const {
-      return static_cast< Node* >( map_.lookupNodeG( &key ) );
-   }
+   Node* node( Key const& key ) const { return static_cast< Node* >( map_.lookupNodeG( &key ) ); }
    void insert( Node* node ) {
       map_.newMemberG( node, &node->key() );
       changed( node->key() );
@@ -193,8 +191,8 @@ class SetOf : public Map< K, bool > {
    void add( K const& element ) { set( element, true ); }
 };
 
-// The type of the key that a member or const member function gives. It asks nothing of the class, which
-// may be incomplete: a class may have a collection of itself.
+// The type of the key that a member or const member function gives. It asks nothing of the class,
+// which may be incomplete: a class may have a collection of itself.
 template< class KeyOf >
 struct KeyTypeOf;
 template< class C, class K >
@@ -208,15 +206,15 @@ struct KeyTypeOf< K ( C::* )() const > {
 template< class C, class K >
 struct KeyTypeOf< K ( C::* )() const noexcept > : KeyTypeOf< K ( C::* )() const > {};
 
-// P is Ptr< T > or Ptr< T const >; `keyOf` a member or const member function of T that does not change
-// while the object is a member.
+// P is Ptr< T > or Ptr< T const >; `keyOf` a member or const member function of T that does not
+// change while the object is a member.
 template< class P, auto keyOf >
 struct PtrNode : HashMap2018Node {
    using Key = typename KeyTypeOf< decltype( keyOf ) >::Type;
    using Member = P;
 
    explicit PtrNode( P member )
-         : key_( std::invoke( keyOf, *member ) ), member_( std::move( member ) ) {}
+      : key_( std::invoke( keyOf, *member ) ), member_( std::move( member ) ) {}
    PtrNode( Key const&, P member ) : PtrNode( std::move( member ) ) {}
    Key const& key() const { return key_; }
    P const& member() const { return member_; }
@@ -260,4 +258,4 @@ class PtrMap : public KeyedCollection< PtrNode< P, keyOf > > {
    }
 };
 
-}  // namespace Kel
+} // namespace Kel

@@ -23,8 +23,8 @@ class KEL_API Dir : public Entity {
       explicit EntityCollection( Dir* dir );
       EntityCollection( EntityCollection const& ) = delete;
       EntityCollection& operator=( EntityCollection const& ) = delete;
-      // Throws NameInUseException for the name of another member, IllegalNameException for an empty one
-      // or one with "/", RangeException for an entity that stands in another directory.
+      // Throws NameInUseException for the name of another member, IllegalNameException for an empty
+      // one or one with "/", RangeException for an entity that stands in another directory.
       void addMember( Ptr< Entity > const& entity );
       bool del( String const& name );
 
@@ -36,8 +36,8 @@ class KEL_API Dir : public Entity {
    ~Dir() override;
 
    // A new entity of that type and name in this directory. Throws NoTypeNodeException,
-   // TypeException for a type that is no entity type or cannot be made by name, IllegalNameException,
-   // NameInUseException.
+   // TypeException for a type that is no entity type or cannot be made by name,
+   // IllegalNameException, NameInUseException.
    Ptr< Entity > createEntity( String const& typeName, String const& name );
    // The member of that name, or null.
    Ptr< Entity > entityPtr( String const& name ) const { return entities_.get( name ); }
@@ -65,4 +65,4 @@ class KEL_API Dir : public Entity {
    EntityCollection entities_;
 };
 
-}  // namespace Kel
+} // namespace Kel

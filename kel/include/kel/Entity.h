@@ -36,11 +36,11 @@ class KEL_API Entity : public PtrInterface {
    friend class Dir;
 
    String name_;
-   String lastFullName_;  // of an entity that has left its directory
+   String lastFullName_; // of an entity that has left its directory
    Dir* parent_ = nullptr;
 };
 
 // The entity of that full name, null if there is none.
 KEL_API Ptr< Entity > entity( String const& fullName );
 
-}  // namespace Kel
+} // namespace Kel

@@ -1,6 +1,6 @@
-// The type-erased view of a runtime object or value. A generic of a value owns a copy of it; one of an
-// object counts a reference on it. Made and used under the activity lock, except that type, const flag
-// and address of a generic never change and may be read without it.
+// The type-erased view of a runtime object or value. A generic of a value owns a copy of it; one of
+// an object counts a reference on it. Made and used under the activity lock, except that type,
+// const flag and address of a generic never change and may be read without it.
 #pragma once
 
 #include <memory>
@@ -43,7 +43,8 @@ class KEL_API GenericIfRaw {
    };
 
    // Safe across any change of the collection: a member deleted ahead is not delivered, one added
-   // behind the position may be, an exhausted iterator stays exhausted. Holds no copy of the members.
+   // behind the position may be, an exhausted iterator stays exhausted. Holds no copy of the
+   // members.
    class KEL_API Iterator {
     public:
       Iterator() = default;
@@ -74,7 +75,7 @@ class KEL_API GenericIf {
     public:
       Iterator() = default;
       Iterator( Ptr< GenericIf const > owner, GenericIfRaw::Iterator raw )
-            : owner_( std::move( owner ) ), raw_( std::move( raw ) ) {}
+         : owner_( std::move( owner ) ), raw_( std::move( raw ) ) {}
       explicit operator bool() const { return static_cast< bool >( raw_ ); }
       Iterator& operator++() {
          ++raw_;
@@ -96,8 +97,8 @@ class KEL_API GenericIf {
    KelType type() const noexcept { return KelType( module_, typeIndex_ ); }
    bool isConst() const noexcept { return isConst_; }
    Kind kind() const noexcept { return kind_; }
-   // The address of the object or value seen as that type, which is this one's or a base of it; null
-   // for any other type, and for a pointer type with its own interface that points at nothing.
+   // The address of the object or value seen as that type, which is this one's or a base of it;
+   // null for any other type, and for a pointer type with its own interface that points at nothing.
    void* voidPtrIs( KelTypeBase type ) const noexcept {
       return type == KelTypeBase( module_, typeIndex_ ) ? address_ : baseAddress( type );
    }
@@ -119,14 +120,19 @@ class KEL_API GenericIf {
    std::vector< unsigned char > gnmiByterep() const;
 
    static void* operator new( std::size_t size ) { return memAlloc( size ); }
-   static void operator delete( void* memory, std::size_t size ) noexcept { memFree( memory, size ); }
+   static void operator delete( void* memory, std::size_t size ) noexcept {
+      memFree( memory, size );
+   }
    std::uint32_t& kelReferenceWord() const noexcept { return word_; }
    void handleZeroRef() const noexcept;
 
  protected:
    GenericIf( KelType type, void* address, bool isConst, Kind kind ) noexcept
-         : isConst_( isConst ), kind_( kind ), module_( type.module() ),
-           typeIndex_( type.typeIndex() ), address_( address ) {}
+      : isConst_( isConst ),
+        kind_( kind ),
+        module_( type.module() ),
+        typeIndex_( type.typeIndex() ),
+        address_( address ) {}
    virtual ~GenericIf();
 
    void* baseAddress( KelTypeBase type ) const noexcept;
@@ -140,7 +146,7 @@ class KEL_API GenericIf {
    // The handle on the type that the generic was made for: its dynamic type.
    KelModule const* const module_;
    std::uint16_t const typeIndex_;
-   void* const address_;  // of the object or value, seen as that type
+   void* const address_; // of the object or value, seen as that type
 };
 
-}  // namespace Kel
+} // namespace Kel

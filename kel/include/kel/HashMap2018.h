@@ -1,5 +1,6 @@
-// The generic keyed map under every keyed collection: nodes in hash buckets and in one list in order of
-// their making, so that iteration is safe under any change and needs no copy. Activity lock.
+// The generic keyed map under every keyed collection: nodes in hash buckets and in one list in
+// order of their making, so that iteration is safe under any change and needs no copy. Activity
+// lock.
 #pragma once
 
 #include <cstddef>
@@ -48,10 +49,10 @@ class HashMap2018IteratorGeneric;
 
 class KEL_API HashMap2018Generic {
  public:
-   // `buckets` is a first size; it grows with the members. With `keepBuckets` the table does not shrink
-   // when it is emptied.
+   // `buckets` is a first size; it grows with the members. With `keepBuckets` the table does not
+   // shrink when it is emptied.
    HashMap2018Generic( HashMap2018VTable const* vtable, TypeSafeIndex< unsigned int, 355 > buckets,
-                       bool keepBuckets );
+      bool keepBuckets );
    HashMap2018Generic( HashMap2018Generic const& ) = delete;
    HashMap2018Generic& operator=( HashMap2018Generic const& ) = delete;
    ~HashMap2018Generic();
@@ -82,18 +83,18 @@ class KEL_API HashMap2018Generic {
 
    HashMap2018VTable const* vtable_;
    HashMap2018Node** buckets_ = nullptr;
-   std::size_t bucketCount_ = 0;  // a power of two, or 0 before the first member
+   std::size_t bucketCount_ = 0; // a power of two, or 0 before the first member
    HashMap2018Node* first_ = nullptr;
    HashMap2018Node* last_ = nullptr;
-   HashMap2018IteratorGeneric* iterators_ = nullptr;  // all that stand in this map
+   HashMap2018IteratorGeneric* iterators_ = nullptr; // all that stand in this map
    std::uint32_t members_ = 0;
    std::uint32_t version_ = 0;
    std::uint32_t firstBuckets_;
    bool keepBuckets_;
 };
 
-// Stands on a member or at the end. It is known to its map, which moves it on when its member goes and
-// ends it when the map goes.
+// Stands on a member or at the end. It is known to its map, which moves it on when its member goes
+// and ends it when the map goes.
 class KEL_API HashMap2018IteratorGeneric {
  public:
    explicit HashMap2018IteratorGeneric( HashMap2018Generic const& map );
@@ -102,8 +103,8 @@ class KEL_API HashMap2018IteratorGeneric {
    ~HashMap2018IteratorGeneric();
 
    void advance();
-   // The node at the position, null at the end. A node never goes while an iterator stands on it, so
-   // both give the same.
+   // The node at the position, null at the end. A node never goes while an iterator stands on it,
+   // so both give the same.
    HashMap2018Node* currNodeNonStale() const { return node_; }
    HashMap2018Node* currNodeMaybeStale() const { return node_; }
 
@@ -150,4 +151,4 @@ constexpr HashMap2018VTable HashMap2018VTable::Impl< Node, Key >::vtable() {
    return { hash, holdsKey, deleteNode };
 }
 
-}  // namespace Kel
+} // namespace Kel

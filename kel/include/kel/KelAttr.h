@@ -1,5 +1,5 @@
-// Handles on the attributes of runtime types, and the generic operations on them. Reading a row needs
-// no lock; the generic operations need the activity lock.
+// Handles on the attributes of runtime types, and the generic operations on them. Reading a row
+// needs no lock; the generic operations need the activity lock.
 #pragma once
 
 #include <kel/GenericIf.h>
@@ -11,8 +11,9 @@ namespace Kel {
 class KEL_API KelAttrBase {
  public:
    constexpr KelAttrBase() = default;
-   constexpr KelAttrBase( KelModule const* module, std::uint16_t typeIndex, std::uint16_t attrIndex )
-         : module_( module ), typeIndex_( typeIndex ), attrIndex_( attrIndex ) {}
+   constexpr KelAttrBase(
+      KelModule const* module, std::uint16_t typeIndex, std::uint16_t attrIndex )
+      : module_( module ), typeIndex_( typeIndex ), attrIndex_( attrIndex ) {}
 
    constexpr explicit operator bool() const { return module_ != nullptr; }
    // One row seen from two scopes is one attribute.
@@ -23,7 +24,7 @@ class KEL_API KelAttrBase {
    constexpr std::uint16_t typeIndex() const { return typeIndex_; }
    constexpr std::uint16_t attrIndex() const { return attrIndex_; }
 
-   AttrRow const& row() const { return module_->attrRows[ attrIndex_ ]; }
+   AttrRow const& row() const { return module_->attrRows[attrIndex_]; }
    bool flag( AttrFlag which ) const { return row().flag( which ); }
    KelType scope() const { return KelType( module_, typeIndex_ ); }
    char const* name() const { return module_->attrNamePool + row().nameOffset(); }
@@ -51,12 +52,13 @@ class KEL_API KelAttrBase {
    bool readable() const { return flag( AttrFlag::readable ); }
    bool writable() const { return flag( AttrFlag::writable ); }
 
-   // Number of arguments of a function or an instantiating attribute, and their rows up to one whose
-   // name offset is 0. An enum constant has none.
+   // Number of arguments of a function or an instantiating attribute, and their rows up to one
+   // whose name offset is 0. An enum constant has none.
    std::uint32_t instantiatingArgNames() const;
    ArgRow const* args() const { return module_->argRows + row().firstArg(); }
 
-   // The value of an enum constant whose type has the underlying type T; throws through the next two.
+   // The value of an enum constant whose type has the underlying type T; throws through the next
+   // two.
    template< class T >
    T enumValue() const;
    [[noreturn]] void throwNotEnumConstantException() const;
@@ -68,15 +70,17 @@ class KEL_API KelAttrBase {
    std::uint16_t attrIndex_ = 0;
 };
 
-// The generic operations. `object` is the object or value whose attribute is meant, null for a static
-// attribute; `key` the member of a collection, null for a plain attribute. They throw what the class
-// behind throws and beside that:
+// The generic operations. `object` is the object or value whose attribute is meant, null for a
+// static attribute; `key` the member of a collection, null for a plain attribute. They throw what
+// the class behind throws and beside that:
 //   Kel::TypeException              an object, key or value of another type
-//   Kel::ConstException             a change through a const view, a const pointer for a non-const one
-//   Kel::NoImplementationException  a write of an attribute that is not writable, a read of one that
+//   Kel::ConstException             a change through a const view, a const pointer for a non-const
+//   one Kel::NoImplementationException  a write of an attribute that is not writable, a read of one
+//   that
 //                                   is not readable
 //   Kel::OpNotSupportedException    an operation that the attribute's kind does not have
-//   Kel::RangeException             an ordered collection that is empty, a position it does not have
+//   Kel::RangeException             an ordered collection that is empty, a position it does not
+//   have
 class KEL_API KelAttr : public KelAttrBase {
  public:
    using KelAttrBase::KelAttrBase;
@@ -113,7 +117,7 @@ template< class T >
 constexpr KelType integerType() {
    unsigned width = sizeof( T ) == 1 ? 0 : sizeof( T ) == 2 ? 1 : sizeof( T ) == 4 ? 2 : 3;
    return KelType( &_Kel_BuiltinType_kelModule,
-                   static_cast< std::uint16_t >( 1 + 2 * width + std::is_signed_v< T > ) );
+      static_cast< std::uint16_t >( 1 + 2 * width + std::is_signed_v< T > ) );
 }
 
 template< class T >
@@ -128,8 +132,8 @@ T KelAttrBase::enumValue() const {
 }
 
 template< class T >
-   requires std::is_integral_v< T >
-KelAttr KelType::attr( T value ) const {
+requires std::is_integral_v< T > KelAttr KelType::attr( T value )
+const {
    if( !isEnumType() ) {
       throwNotEnumTypeException();
    }
@@ -145,7 +149,7 @@ KelAttr KelType::attr( T value ) const {
    return KelAttr();
 }
 
-}  // namespace Kel
+} // namespace Kel
 
 template<>
 struct std::hash< Kel::KelAttr > {

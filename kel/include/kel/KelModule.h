@@ -1,5 +1,6 @@
 // The schema record of a unit, its rows and their bit fields. Records are immutable and constant
-// initialised, so everything here is read with no lock and at any time, static initialisation included.
+// initialised, so everything here is read with no lock and at any time, static initialisation
+// included.
 #pragma once
 
 #include <cstddef>
@@ -76,10 +77,10 @@ constexpr std::uint64_t typeBit( TypeFlag flag ) {
 // One type, 16 bytes.
 struct TypeRow {
    std::uint64_t word;
-   std::int16_t typeRef;         // the underlying type of an enum type, otherwise the base type
-   std::uint16_t firstCtorArg;   // index of an argument row
-   std::uint16_t firstAttr;      // index of an attribute row
-   std::uint16_t attrCount;      // own attributes
+   std::int16_t typeRef;       // the underlying type of an enum type, otherwise the base type
+   std::uint16_t firstCtorArg; // index of an argument row
+   std::uint16_t firstAttr;    // index of an attribute row
+   std::uint16_t attrCount;    // own attributes
 
    constexpr bool flag( TypeFlag which ) const { return word & typeBit( which ); }
    constexpr std::uint32_t nameOffset() const { return ( word >> 19 ) & 0xfffff; }
@@ -88,36 +89,35 @@ struct TypeRow {
 
    // `flags` is a sum of typeBit; the other words are the fields above. Bytes for size and align.
    static constexpr TypeRow make( std::uint64_t flags, std::uint32_t nameOffset, std::uint32_t size,
-                                  std::uint32_t align, std::int16_t typeRef,
-                                  std::uint16_t firstCtorArg, std::uint16_t firstAttr,
-                                  std::uint16_t attrCount ) {
+      std::uint32_t align, std::int16_t typeRef, std::uint16_t firstCtorArg,
+      std::uint16_t firstAttr, std::uint16_t attrCount ) {
       return { flags | std::uint64_t( nameOffset ) << 19 | std::uint64_t( align ) << 39 |
                   std::uint64_t( size ) << 43,
-               typeRef, firstCtorArg, firstAttr, attrCount };
+         typeRef, firstCtorArg, firstAttr, attrCount };
    }
 };
 
-// One attribute, 20 bytes. Bytes 12 onward hold the index type, the first argument row and the name of
-// the internal index, or the value of an enum constant, little-endian and unaligned.
+// One attribute, 20 bytes. Bytes 12 onward hold the index type, the first argument row and the name
+// of the internal index, or the value of an enum constant, little-endian and unaligned.
 struct AttrRow {
    AttributeId id;
    std::uint32_t flagsAndName;
    std::uint16_t nameHigh;
    std::int16_t memberType;
-   unsigned char tail[ 8 ];
+   unsigned char tail[8];
 
    constexpr bool flag( AttrFlag which ) const { return flagsAndName & attrBit( which ); }
    constexpr std::uint32_t nameOffset() const {
       return std::uint32_t( nameHigh ) << 4 | flagsAndName >> 28;
    }
    constexpr std::int16_t indexType() const {
-      return static_cast< std::int16_t >( tail[ 0 ] | tail[ 1 ] << 8 );
+      return static_cast< std::int16_t >( tail[0] | tail[1] << 8 );
    }
    constexpr std::uint16_t firstArg() const {
-      return static_cast< std::uint16_t >( tail[ 2 ] | tail[ 3 ] << 8 );
+      return static_cast< std::uint16_t >( tail[2] | tail[3] << 8 );
    }
    constexpr std::uint32_t indexNameOffset() const {
-      return tail[ 4 ] | tail[ 5 ] << 8 | tail[ 6 ] << 16;
+      return tail[4] | tail[5] << 8 | tail[6] << 16;
    }
    constexpr bool isEnumConst() const {
       return flag( AttrFlag::constantForm ) &&
@@ -135,29 +135,26 @@ struct AttrRow {
    constexpr T enumBits() const {
       std::uint64_t bits = 0;
       for( unsigned i = 0; i < sizeof( T ); ++i ) {
-         bits |= std::uint64_t( tail[ i ] ) << 8 * i;
+         bits |= std::uint64_t( tail[i] ) << 8 * i;
       }
       return static_cast< T >( bits );
    }
 
    static constexpr AttrRow make( AttributeId id, std::uint32_t flags, std::uint32_t nameOffset,
-                                  std::int16_t memberType, std::int16_t indexType,
-                                  std::uint16_t firstArg, std::uint32_t indexNameOffset ) {
+      std::int16_t memberType, std::int16_t indexType, std::uint16_t firstArg,
+      std::uint32_t indexNameOffset ) {
       auto index = static_cast< std::uint16_t >( indexType );
-      return { id,
-               flags | ( nameOffset & 0xf ) << 28,
-               static_cast< std::uint16_t >( nameOffset >> 4 ),
-               memberType,
-               { byte( index, 0 ), byte( index, 1 ), byte( firstArg, 0 ), byte( firstArg, 1 ),
-                 byte( indexNameOffset, 0 ), byte( indexNameOffset, 1 ), byte( indexNameOffset, 2 ),
-                 0 } };
+      return { id, flags | ( nameOffset & 0xf ) << 28,
+         static_cast< std::uint16_t >( nameOffset >> 4 ), memberType,
+         { byte( index, 0 ), byte( index, 1 ), byte( firstArg, 0 ), byte( firstArg, 1 ),
+            byte( indexNameOffset, 0 ), byte( indexNameOffset, 1 ), byte( indexNameOffset, 2 ),
+            0 } };
    }
    static constexpr AttrRow makeConstant( AttributeId id, std::uint32_t flags,
-                                          std::uint32_t nameOffset, std::int16_t memberType,
-                                          std::uint64_t value ) {
+      std::uint32_t nameOffset, std::int16_t memberType, std::uint64_t value ) {
       AttrRow row = make( id, flags, nameOffset, memberType, 0, 0, 0 );
       for( unsigned i = 0; i < 8; ++i ) {
-         row.tail[ i ] = byte( value, i );
+         row.tail[i] = byte( value, i );
       }
       return row;
    }
@@ -168,26 +165,27 @@ struct AttrRow {
    }
 };
 
-// One constructor, function or instantiating argument, 6 bytes. A row whose name offset is 0 ends a list.
+// One constructor, function or instantiating argument, 6 bytes. A row whose name offset is 0 ends a
+// list.
 struct ArgRow {
-   unsigned char bytes[ 6 ];
+   unsigned char bytes[6];
 
    constexpr std::uint32_t nameOffset() const {
-      return ( std::uint32_t( bytes[ 0 ] ) | std::uint32_t( bytes[ 1 ] ) << 8 ) << 8 | bytes[ 2 ];
+      return ( std::uint32_t( bytes[0] ) | std::uint32_t( bytes[1] ) << 8 ) << 8 | bytes[2];
    }
    constexpr std::uint32_t typeNameOffset() const {
-      return std::uint32_t( bytes[ 3 ] >> 1 ) << 16 | bytes[ 4 ] | std::uint32_t( bytes[ 5 ] ) << 8;
+      return std::uint32_t( bytes[3] >> 1 ) << 16 | bytes[4] | std::uint32_t( bytes[5] ) << 8;
    }
-   constexpr bool isOptional() const { return bytes[ 3 ] & 1; }
+   constexpr bool isOptional() const { return bytes[3] & 1; }
 
-   static constexpr ArgRow make( std::uint32_t nameOffset, std::uint32_t typeNameOffset,
-                                 bool optional ) {
+   static constexpr ArgRow make(
+      std::uint32_t nameOffset, std::uint32_t typeNameOffset, bool optional ) {
       return { { static_cast< unsigned char >( nameOffset >> 8 ),
-                 static_cast< unsigned char >( nameOffset >> 16 ),
-                 static_cast< unsigned char >( nameOffset ),
-                 static_cast< unsigned char >( typeNameOffset >> 16 << 1 | ( optional ? 1 : 0 ) ),
-                 static_cast< unsigned char >( typeNameOffset ),
-                 static_cast< unsigned char >( typeNameOffset >> 8 ) } };
+         static_cast< unsigned char >( nameOffset >> 16 ),
+         static_cast< unsigned char >( nameOffset ),
+         static_cast< unsigned char >( typeNameOffset >> 16 << 1 | ( optional ? 1 : 0 ) ),
+         static_cast< unsigned char >( typeNameOffset ),
+         static_cast< unsigned char >( typeNameOffset >> 8 ) } };
    }
 };
 
@@ -195,7 +193,7 @@ struct ArgRow {
 struct TypeRef {
    KelModule const* module;
    std::uint16_t typeIndex;
-   std::uint16_t unused[ 3 ];
+   std::uint16_t unused[3];
 };
 
 // The schema record of one unit.
@@ -204,9 +202,9 @@ struct KelModule {
    AttrRow const* attrRows;
    ArgRow const* argRows;
    char const* typeNamePool;
-   char const* attrNamePool;        // attribute and argument names; offset 0 is an empty string
-   TypeRef const* referencedTypes;  // null if the unit references none
-   TypeImpl const* impl;            // one a type, in type order (kel/TypeImpl.h)
+   char const* attrNamePool;       // attribute and argument names; offset 0 is an empty string
+   TypeRef const* referencedTypes; // null if the unit references none
+   TypeImpl const* impl;           // one a type, in type order (kel/TypeImpl.h)
    std::uint64_t types;
 };
 
@@ -223,13 +221,13 @@ namespace Impl {
 // 2 its notifiee base, then 3 + i for the built-in type of index i.
 extern KEL_API TypeRef const coreTypes_[];
 constexpr unsigned coreTypeOfBuiltin = 3;
-}  // namespace Impl
+} // namespace Impl
 
 // Registers a unit's types under their full names. Called at load, from any thread; asserts that no
 // other type has one of the names.
 KEL_API void kelModuleIs( KelModule const* module );
 
-}  // namespace Kel
+} // namespace Kel
 
 namespace Kel {
 
@@ -244,9 +242,10 @@ extern KEL_API KelModule const _TraceFacility_9f2b368972944a5e_kelModule;
 extern KEL_API KelModule const _Activity_6d1c04e2_kelModule;
 }
 
-// Indices of the built-in types in _Kel_BuiltinType_kelModule, shared with every user of the runtime.
+// Indices of the built-in types in _Kel_BuiltinType_kelModule, shared with every user of the
+// runtime.
 enum class BuiltinType : std::uint16_t {
-   none = 0,  // the result of a function without value
+   none = 0, // the result of a function without value
    u8 = 1,
    s8 = 2,
    u16 = 3,
@@ -272,12 +271,12 @@ using U32 = unsigned int;
 using S32 = int;
 using U64 = unsigned long;
 using S64 = long;
-}  // namespace Kel
+} // namespace Kel
 
-using Kel::_Kel_BuiltinType_kelModule;
-using Kel::_Kel_PtrInterface_kelModule;
-using Kel::_Kel_Entity_kelModule;
-using Kel::_Kel_Dir_kelModule;
-using Kel::_Clock_f476dd55_kelModule;
-using Kel::_TraceFacility_9f2b368972944a5e_kelModule;
 using Kel::_Activity_6d1c04e2_kelModule;
+using Kel::_Clock_f476dd55_kelModule;
+using Kel::_Kel_BuiltinType_kelModule;
+using Kel::_Kel_Dir_kelModule;
+using Kel::_Kel_Entity_kelModule;
+using Kel::_Kel_PtrInterface_kelModule;
+using Kel::_TraceFacility_9f2b368972944a5e_kelModule;

@@ -1,5 +1,5 @@
-// Handles on the types of the runtime: small values on immutable schema rows. Everything here is read
-// with no lock, unless said otherwise.
+// Handles on the types of the runtime: small values on immutable schema rows. Everything here is
+// read with no lock, unless said otherwise.
 #pragma once
 
 #include <boost/container/small_vector.hpp>
@@ -17,8 +17,8 @@ class GenericIfRef;
 class KelAttr;
 class KelType;
 
-// What a generic operation does (GenericIf::AttributeOp). 0 to 10 are operations of an attribute, 11 to
-// 22 of a value, the others of this runtime alone.
+// What a generic operation does (GenericIf::AttributeOp). 0 to 10 are operations of an attribute,
+// 11 to 22 of a value, the others of this runtime alone.
 enum class AttributeOp : std::uint8_t {
    get = 0,
    set = 1,
@@ -55,9 +55,9 @@ class KEL_API KelTypeBase {
  public:
    constexpr KelTypeBase() = default;
    constexpr KelTypeBase( KelModule const* module, std::uint16_t typeIndex )
-         : module_( module ), typeIndex_( typeIndex ) {}
+      : module_( module ), typeIndex_( typeIndex ) {}
    constexpr explicit KelTypeBase( TypeRef const& ref )
-         : module_( ref.module ), typeIndex_( ref.typeIndex ) {}
+      : module_( ref.module ), typeIndex_( ref.typeIndex ) {}
 
    constexpr explicit operator bool() const { return module_ != nullptr; }
    friend constexpr bool operator==( KelTypeBase const& a, KelTypeBase const& b ) {
@@ -66,18 +66,16 @@ class KEL_API KelTypeBase {
    constexpr KelModule const* module() const { return module_; }
    constexpr std::uint16_t typeIndex() const { return typeIndex_; }
 
-   TypeRow const& row() const { return module_->typeRows[ typeIndex_ ]; }
+   TypeRow const& row() const { return module_->typeRows[typeIndex_]; }
    TypeImpl const& impl() const;
    char const* fullTypeName() const { return module_->typeNamePool + row().nameOffset(); }
-   std::uint32_t size() const { return row().size(); }    // bytes
-   std::uint32_t align() const { return row().align(); }  // bytes
+   std::uint32_t size() const { return row().size(); }   // bytes
+   std::uint32_t align() const { return row().align(); } // bytes
 
    bool isValue() const { return row().flag( TypeFlag::isValue ); }
    bool isBuiltinType() const { return row().flag( TypeFlag::isBuiltinType ); }
    bool isEnumType() const { return row().flag( TypeFlag::isEnumType ); }
-   bool isBitSetType() const {
-      return isValue() && row().flag( TypeFlag::isBitSetOrConstrainer );
-   }
+   bool isBitSetType() const { return isValue() && row().flag( TypeFlag::isBitSetOrConstrainer ); }
    bool isConstrainer() const {
       return !isValue() && row().flag( TypeFlag::isBitSetOrConstrainer );
    }
@@ -101,9 +99,7 @@ class KEL_API KelTypeBase {
    ArgRow const* constructorArgs() const { return module_->argRows + row().firstCtorArg; }
 
    // True if `type` stands in this type's chain, which starts with the type itself.
-   bool isDerived( KelTypeBase type ) const {
-      return *this == type || isDerivedFromOther( type );
-   }
+   bool isDerived( KelTypeBase type ) const { return *this == type || isDerivedFromOther( type ); }
    bool isEntity() const;
    bool isKelDir() const;
 
@@ -155,12 +151,12 @@ class KEL_API KelType : public KelTypeBase {
    // The constant of that value in an enum type whose underlying type is T, the first in the
    // iterator's order; null if there is none. T is one of the eight integer types.
    template< class T >
-      requires std::is_integral_v< T >
-   KelAttr attr( T value ) const;
+   requires std::is_integral_v< T > KelAttr attr( T value )
+   const;
 
    // All of these need the activity lock where they reach a runtime object. They throw what the
-   // constructed class throws, Kel::NoImplementationException for a type that cannot be made so, and
-   // Kel::TypeException for arguments that do not fit.
+   // constructed class throws, Kel::NoImplementationException for a type that cannot be made so,
+   // and Kel::TypeException for arguments that do not fit.
 
    // An instance made from constructor arguments.
    Ptr< GenericIf > genericIf( ArgVector const& args, bool isConst ) const;
@@ -172,7 +168,8 @@ class KEL_API KelType : public KelTypeBase {
 
    // Arithmetic and comparison of two values of this type, or of one where `rhs` is null. Throws
    // Kel::OpNotSupportedException where the C++ type lacks the operation.
-   Ptr< GenericIf > genericIfArithmeticOp( GenericIfRef lhs, AttributeOp op, GenericIfRef rhs ) const;
+   Ptr< GenericIf > genericIfArithmeticOp(
+      GenericIfRef lhs, AttributeOp op, GenericIfRef rhs ) const;
    bool genericIfBooleanOp( GenericIfRef lhs, AttributeOp op, GenericIfRef rhs ) const;
 };
 
@@ -189,10 +186,10 @@ constexpr KelType builtinType( BuiltinType index ) {
 
 // Resolves a signed type reference of a record's row; null if it names no type.
 inline KelType resolveTypeRef( KelModule const* module, std::int16_t ref ) {
-   return KelType( ref >= 0 ? module->referencedTypes[ ref ] : Impl::coreTypes_[ ~ref ] );
+   return KelType( ref >= 0 ? module->referencedTypes[ref] : Impl::coreTypes_[~ref] );
 }
 
-}  // namespace Kel
+} // namespace Kel
 
 template<>
 struct std::hash< Kel::KelType > {

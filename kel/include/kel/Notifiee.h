@@ -1,6 +1,6 @@
 // Reactors: objects that are told when an attribute of another object changes. A notifiee keeps its
-// notifier alive; the notifier holds no reference on it, so its last reference going ends it. All under
-// the activity lock.
+// notifier alive; the notifier holds no reference on it, so its last reference going ends it. All
+// under the activity lock.
 #pragma once
 
 #include <kel/GenericIf.h>
@@ -12,8 +12,8 @@ namespace Kel {
 
 KEL_TYPES( _Kel_PtrInterface_kelModule, PtrInterface, PtrInterface::NotifieeConst );
 
-// Notified only while its notification is active (newObject turns it on) and it is no zombie. A change
-// made before it registered does not reach it.
+// Notified only while its notification is active (newObject turns it on) and it is no zombie. A
+// change made before it registered does not reach it.
 class KEL_API PtrInterface::NotifieeConst : public PtrInterface {
  public:
    KEL_OBJECT( PtrInterface::NotifieeConst )
@@ -44,7 +44,7 @@ class KEL_API PtrInterface::NotifieeConst : public PtrInterface {
    mutable NotifieeList* list_ = nullptr;
    mutable NotifieeConst const* next_ = nullptr;
    mutable NotifieeConst const* prev_ = nullptr;
-   mutable std::uint64_t registeredAt_ = 0;  // number of the last change queued before
+   mutable std::uint64_t registeredAt_ = 0; // number of the last change queued before
 };
 
 // The notifiees of one object, in order of their registration.
@@ -61,8 +61,8 @@ class KEL_API NotifieeList {
    static void drop( PtrInterface const* owner );
 
    bool empty() const { return !first_; }
-   // Hands a change to each notifiee that was registered when it was queued. The reactors may give up
-   // the activity lock, add, drop and end notifiees, also the one that runs.
+   // Hands a change to each notifiee that was registered when it was queued. The reactors may give
+   // up the activity lock, add, drop and end notifiees, also the one that runs.
    void deliver( std::uint64_t change, KelAttr attr, Ptr< GenericIf const > const& key );
    void deliverZombie( std::uint64_t change );
 
@@ -103,4 +103,4 @@ class KEL_API GenericIf::NotifieeConst : public PtrInterface::NotifieeConst {
    Ptr< GenericIf const > generic_;
 };
 
-}  // namespace Kel
+} // namespace Kel

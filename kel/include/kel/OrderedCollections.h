@@ -1,5 +1,5 @@
-// The containers behind ordered collection attributes: queue, stack, vector and arrays. Notifications of
-// the first three carry no key. Activity lock.
+// The containers behind ordered collection attributes: queue, stack, vector and arrays.
+// Notifications of the first three carry no key. Activity lock.
 #pragma once
 
 #include <algorithm>
@@ -12,9 +12,9 @@ namespace Kel {
 [[noreturn]] KEL_API void throwEmptyCollection();
 [[noreturn]] KEL_API void throwNoPosition( U32 position );
 
-// A queue takes at its back and gives from its front; a stack's front is its top, where it takes and
-// gives. A member's key is its number in order of arrival, which stays as others go; numbering starts
-// again at 0 in an empty collection, and a stack goes on behind its top.
+// A queue takes at its back and gives from its front; a stack's front is its top, where it takes
+// and gives. A member's key is its number in order of arrival, which stays as others go; numbering
+// starts again at 0 in an empty collection, and a stack goes on behind its top.
 template< class T, bool isStack >
 class QueueOrStack : public CollectionBase {
    struct Entry {
@@ -34,8 +34,8 @@ class QueueOrStack : public CollectionBase {
    class Iterator {
     public:
       explicit Iterator( QueueOrStack const& collection )
-            : collection_( collection.entries_.empty() ? nullptr : &collection ),
-              key_( collection_ ? collection.frontEntry().key : 0 ) {}
+         : collection_( collection.entries_.empty() ? nullptr : &collection ),
+           key_( collection_ ? collection.frontEntry().key : 0 ) {}
       explicit operator bool() const { return entry(); }
       Iterator& operator++() {
          if( auto* at = entry() ) {
@@ -129,9 +129,7 @@ class QueueOrStack : public CollectionBase {
    auto lowerBound( U32 key ) const {
       U32 base = entries_.empty() ? 0 : entries_.front().key;
       return std::lower_bound( entries_.begin(), entries_.end(), key - base,
-                               [ base ]( Entry const& entry, U32 distance ) {
-                                  return entry.key - base < distance;
-                               } );
+         [base]( Entry const& entry, U32 distance ) { return entry.key - base < distance; } );
    }
    // The member of that key or the next one towards the back; null if there is none.
    Entry const* atOrBehind( U32 key ) const {
@@ -174,7 +172,7 @@ template< class T >
 class PositionIterator {
  public:
    explicit PositionIterator( std::vector< T > const& members )
-         : members_( members.empty() ? nullptr : &members ) {}
+      : members_( members.empty() ? nullptr : &members ) {}
    // Found once at its end, the iterator stays there.
    explicit operator bool() const {
       if( members_ && position_ >= members_->size() ) {
@@ -188,7 +186,7 @@ class PositionIterator {
       return *this;
    }
    U32 key() const { return position_; }
-   T member() const { return ( *members_ )[ position_ ]; }
+   T member() const { return ( *members_ )[position_]; }
 
  private:
    mutable std::vector< T > const* members_;
@@ -206,7 +204,7 @@ class Positions : public CollectionBase {
 
    bool exist( U32 position ) const { return position < members_.size(); }
    std::optional< T > find( U32 position ) const {
-      return exist( position ) ? std::optional< T >( T( members_[ position ] ) ) : std::nullopt;
+      return exist( position ) ? std::optional< T >( T( members_[position] ) ) : std::nullopt;
    }
    std::uint32_t members() const { return static_cast< std::uint32_t >( members_.size() ); }
    std::uint32_t version() const { return version_; }
@@ -250,7 +248,7 @@ class Vector : public Positions< T > {
    T back() const { return at( this->members_.size() - 1 ); }
    void set( U32 position, T const& member ) {
       this->requirePosition( position );
-      this->members_[ position ] = member;
+      this->members_[position] = member;
       touch();
    }
    // Members behind move up.
@@ -268,7 +266,7 @@ class Vector : public Positions< T > {
       if( this->members_.empty() ) {
          throwEmptyCollection();
       }
-      return this->members_[ position ];
+      return this->members_[position];
    }
    void touch() {
       ++this->version_;
@@ -285,9 +283,9 @@ class DynArray : public Positions< T > {
    static constexpr std::uint32_t attrFlags = attrBit( AttrFlag::isDynArray );
    static constexpr U32 maxMembers = 1u << 24;
 
-   explicit DynArray( U32 members = 0, PtrInterface const* owner = nullptr,
-                      AttributeId attribute = 0 )
-         : Base( owner, attribute ) {
+   explicit DynArray(
+      U32 members = 0, PtrInterface const* owner = nullptr, AttributeId attribute = 0 )
+      : Base( owner, attribute ) {
       this->members_.resize( members );
    }
    void set( U32 position, T const& member ) {
@@ -297,7 +295,7 @@ class DynArray : public Positions< T > {
       if( position >= this->members_.size() ) {
          this->members_.resize( position + 1 );
       }
-      this->members_[ position ] = member;
+      this->members_[position] = member;
       ++this->version_;
       this->changed( position );
    }
@@ -319,12 +317,12 @@ class PodArray : public Positions< T > {
    static constexpr std::uint32_t attrFlags = attrBit( AttrFlag::isPodArray );
 
    PodArray( PtrInterface const* owner = nullptr, AttributeId attribute = 0 )
-         : Base( owner, attribute ) {
+      : Base( owner, attribute ) {
       this->members_.resize( size );
    }
    void set( U32 position, T const& member ) {
       this->requirePosition( position );
-      this->members_[ position ] = member;
+      this->members_[position] = member;
       ++this->version_;
       this->changed( position );
    }
@@ -344,4 +342,4 @@ class PackedArray : public Map< U32, T > {
    using Map< U32, T >::Map;
 };
 
-}  // namespace Kel
+} // namespace Kel

@@ -1,6 +1,6 @@
 // Counted runtime objects: the base class of every pointer type and the pointer that counts it.
-// Counts are plain until VFPtrInterface::threadSafePointersIs( true ): until then a pointer is copied
-// and released under the activity lock only.
+// Counts are plain until VFPtrInterface::threadSafePointersIs( true ): until then a pointer is
+// copied and released under the activity lock only.
 #pragma once
 
 #include <cstddef>
@@ -33,8 +33,8 @@ constexpr AttributeId attrId( char const* name ) {
 
 // The bits of a reference word. The count is bit 30 and bits 0 to 28.
 enum ReferenceWord : std::uint32_t {
-   zombieBit = 0x80000000u,              // marked for deletion
-   notificationActiveBit = 0x20000000u,  // takes part in notification
+   zombieBit = 0x80000000u,             // marked for deletion
+   notificationActiveBit = 0x20000000u, // takes part in notification
    countMask = 0x5fffffffu,
    // Set for the length of a destruction, so that a temporary pointer made there does not end the
    // object a second time.
@@ -42,7 +42,8 @@ enum ReferenceWord : std::uint32_t {
    referencesMask = 0x1fffffffu,
 };
 
-// A counted pointer to a T, which has kelReferenceWord() and handleZeroRef(). A move touches no count.
+// A counted pointer to a T, which has kelReferenceWord() and handleZeroRef(). A move touches no
+// count.
 template< class T >
 class Ptr {
  public:
@@ -54,13 +55,12 @@ class Ptr {
    Ptr( Ptr const& other ) noexcept : object_( other.object_ ) { acquire(); }
    Ptr( Ptr&& other ) noexcept : object_( std::exchange( other.object_, nullptr ) ) {}
    template< class U >
-      requires( !std::is_same_v< U, T > && std::is_convertible_v< U*, T* > )
-   Ptr( Ptr< U > const& other ) noexcept : object_( other.get() ) {
-      acquire();
-   }
+   requires( !std::is_same_v< U, T > && std::is_convertible_v< U*, T* > )
+      Ptr( Ptr< U > const& other )
+   noexcept : object_( other.get() ) { acquire(); }
    template< class U >
-      requires( !std::is_same_v< U, T > && std::is_convertible_v< U*, T* > )
-   Ptr( Ptr< U >&& other ) noexcept : object_( other.release() ) {}
+   requires( !std::is_same_v< U, T > && std::is_convertible_v< U*, T* > ) Ptr( Ptr< U >&& other )
+   noexcept : object_( other.release() ) {}
    ~Ptr() { drop( object_ ); }
 
    Ptr& operator=( Ptr other ) noexcept {
@@ -95,7 +95,8 @@ class Ptr {
       }
    }
    static void drop( T* object ) noexcept {
-      if( object && ( VFPtrInterface::refDecrement( object->kelReferenceWord() ) & countMask ) == 0 ) {
+      if( object &&
+          ( VFPtrInterface::refDecrement( object->kelReferenceWord() ) & countMask ) == 0 ) {
          object->handleZeroRef();
       }
    }
@@ -114,8 +115,8 @@ Ptr< T > dynamicPtrCast( Ptr< U > const& ptr ) noexcept {
 }
 
 // The base of every runtime object: a table of virtual operations, then the reference word. A class
-// with a type of its own says KEL_OBJECT( Class ) (kel/schema/Types.h) first in its body. Where it has
-// more than one base, the one that leads to PtrInterface stands first.
+// with a type of its own says KEL_OBJECT( Class ) (kel/schema/Types.h) first in its body. Where it
+// has more than one base, the one that leads to PtrInterface stands first.
 class KEL_API PtrInterface {
  public:
    class NotifieeConst;
@@ -154,7 +155,9 @@ class KEL_API PtrInterface {
    static void* kelMemAlloc( std::size_t size ) { return memAlloc( size ); }
    static void* operator new( std::size_t size ) { return memAlloc( size ); }
    static void* operator new( std::size_t, void* place ) noexcept { return place; }
-   static void operator delete( void* memory, std::size_t size ) noexcept { memFree( memory, size ); }
+   static void operator delete( void* memory, std::size_t size ) noexcept {
+      memFree( memory, size );
+   }
    static void operator delete( void*, void* ) noexcept {}
 
  protected:
@@ -177,10 +180,10 @@ class KEL_API PtrInterface {
    std::uint32_t loadWord() const noexcept { return __atomic_load_n( &word_, __ATOMIC_RELAXED ); }
 
    mutable std::uint32_t word_ = 0;
-   mutable bool hasNotifiees_ = false;  // activity lock
+   mutable bool hasNotifiees_ = false; // activity lock
 };
 
-}  // namespace Kel
+} // namespace Kel
 
 template< class T >
 struct std::hash< Kel::Ptr< T > > {

@@ -9,8 +9,8 @@ namespace Kel {
 class TraceFacility;
 enum class TraceDestination : U8 { standardError = 0, file = 1 };
 
-KEL_TYPES( _TraceFacility_9f2b368972944a5e_kelModule, FacilityLevel, TraceDestination,
-           TraceFacility );
+KEL_TYPES(
+   _TraceFacility_9f2b368972944a5e_kelModule, FacilityLevel, TraceDestination, TraceFacility );
 
 class KEL_API TraceFacility : public Entity {
  public:
@@ -23,4 +23,4 @@ class KEL_API TraceFacility : public Entity {
    TraceDestination destination() const;
 };
 
-}  // namespace Kel
+} // namespace Kel

@@ -15,10 +15,9 @@ class Shelf : public Kel::Dir {
    Kel::U32 width, height, depth;
 };
 
-KEL_UNIT( _Refused_kelModule,
-          entity< Shelf, Kel::Dir >( args( arg< Kel::String >( "name" ) ),
-                                     attr< &Shelf::width >( "width" ),
-                                     attr< &Shelf::height >( "height" ),
-                                     attr< &Shelf::depth >( "depth" ) ) )
+KEL_UNIT(
+   _Refused_kelModule, entity< Shelf, Kel::Dir >( args( arg< Kel::String >( "name" ) ),
+                          attr< &Shelf::width >( "width" ), attr< &Shelf::height >( "height" ),
+                          attr< &Shelf::depth >( "depth" ) ) )
 
-}  // namespace Refused
+} // namespace Refused

@@ -11,4 +11,4 @@ struct Point {
 
 KEL_UNIT( _Refused_kelModule, value< Point >( attr< &Point::x >( "x" ), attr< &Point::y >( "x" ) ) )
 
-}  // namespace Refused
+} // namespace Refused

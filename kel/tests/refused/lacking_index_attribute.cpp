@@ -22,6 +22,6 @@ class Box : public Kel::PtrInterface {
 };
 
 KEL_UNIT( _Refused_kelModule, pointer< Part >( attr< &Part::id >( "id" ) ),
-          pointer< Box >( collection< &Box::part >( "part" ).indexedBy( "name" ) ) )
+   pointer< Box >( collection< &Box::part >( "part" ).indexedBy( "name" ) ) )
 
-}  // namespace Refused
+} // namespace Refused

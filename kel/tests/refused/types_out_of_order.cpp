@@ -11,6 +11,7 @@ struct B {
 };
 KEL_TYPES( _Refused_kelModule, A, B );
 
-KEL_UNIT( _Refused_kelModule, value< B >( attr< &B::x >( "x" ) ), value< A >( attr< &A::x >( "x" ) ) )
+KEL_UNIT(
+   _Refused_kelModule, value< B >( attr< &B::x >( "x" ) ), value< A >( attr< &A::x >( "x" ) ) )
 
-}  // namespace Refused
+} // namespace Refused

@@ -12,4 +12,4 @@ struct Holder {
 
 KEL_UNIT( _Refused_kelModule, value< Holder >( attr< &Holder::unknown >( "unknown" ) ) )
 
-}  // namespace Refused
+} // namespace Refused

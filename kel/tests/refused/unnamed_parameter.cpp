@@ -15,4 +15,4 @@ class Adder : public Kel::PtrInterface {
 
 KEL_UNIT( _Refused_kelModule, pointer< Adder >( function< &Adder::add >( "add", "a" ) ) )
 
-}  // namespace Refused
+} // namespace Refused

@@ -304,6 +304,16 @@ _Kel.releaseActivityLock()
 look_around()
 """)
 
+    def test_a_second_preparation_takes_no_lock_that_was_given_up_since(self):
+        self.run_script("""
+_Kel.atforkPrepare()
+_Kel.releaseActivityLock()
+_Kel.atforkPrepare()
+assert _Kel.activityLockOwner() == 0
+in_fork(look_around)
+look_around()
+""")
+
     def test_the_preparation_waits_without_the_GIL(self):
         self.run_script("""
 holder = Holder()

@@ -116,6 +116,24 @@ manager.stop()
 wait_until(lambda: not manager.isRunning)
 """)
 
+    def test_thread_local_data_lasts_from_handler_to_handler(self):
+        run_script("""
+local, found = threading.local(), []
+
+def count(attr, key):
+    local.calls = getattr(local, "calls", 0) + 1
+    found.append(local.calls)
+
+kept.append(notifiee(notes, count))
+manager.start()
+for i in range(1, 6):
+    notes.a = i
+wait_until(lambda: len(found) == 5)
+assert found == [1, 2, 3, 4, 5], found
+manager.stop()
+wait_until(lambda: not manager.isRunning)
+""")
+
     def test_a_key_of_source_text_needs_no_Python_frame(self):
         run_script("""
 manager.start()

@@ -299,7 +299,7 @@ class ConstViews(TestCase):
 class PointerArguments(TestCase):
 
     def test_None_is_null(self):
-        for name in ("Acme::Item", "Kel::TraceFacility"):
+        for name in ("Acme::Item", "Kel::TraceFacility", "Kel::PyObjHandle"):
             self.assertEqual(kel_objects.pointerOrNull(None, _Kel.typeNode(name)), 0)
         self.assertEqual(kel_objects.traceFacilityOrNull(None), 0)
 
@@ -319,6 +319,9 @@ class PointerArguments(TestCase):
                                kel_objects.pointerOrNull, given, _Kel.typeNode("Acme::Item"))
             self.assertRefused(TypeError, "expected a Kel::TraceFacility or None",
                                kel_objects.traceFacilityOrNull, given)
+            self.assertRefused(TypeError, "expected a Kel::PyObjHandle or None",
+                               kel_objects.pointerOrNull, given,
+                               _Kel.typeNode("Kel::PyObjHandle"))
 
 
 class Zoo(TestCase):

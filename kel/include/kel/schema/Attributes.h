@@ -1,6 +1,6 @@
-// What stands behind a declared attribute: a member or accessor functions, a function, an object that
-// is made in place. Each binding is a class with a static operation, called under the activity lock
-// with the object as its declaring class D.
+// What stands behind a declared attribute: a member or accessor functions, a function, an object
+// that is made in place. Each binding is a class with a static operation, called under the activity
+// lock with the object as its declaring class D.
 #pragma once
 
 #include <tuple>
@@ -35,7 +35,7 @@ template< class R, class... A >
 struct FunctionTraits< R ( * )( A... ) noexcept > : FunctionTraits< R ( * )( A... ) > {};
 template< class C, class R, class... A >
 struct FunctionTraits< R ( C::* )( A... ) const noexcept >
-      : FunctionTraits< R ( C::* )( A... ) const > {};
+   : FunctionTraits< R ( C::* )( A... ) const > {};
 
 template< auto member >
 constexpr bool isFunctionLike = std::is_member_function_pointer_v< decltype( member ) > ||
@@ -69,8 +69,8 @@ struct MemberTypeOf< T C::* > {
    using Type = T;
 };
 template< class T >
-   requires( std::is_pointer_v< T > && !std::is_function_v< std::remove_pointer_t< T > > )
-struct MemberTypeOf< T > {
+requires( std::is_pointer_v< T > &&
+          !std::is_function_v< std::remove_pointer_t< T > > ) struct MemberTypeOf< T > {
    using Type = std::remove_pointer_t< T >;
 };
 
@@ -79,8 +79,7 @@ struct ReadTypeOf {
    using Type = typename MemberTypeOf< decltype( get ) >::Type;
 };
 template< auto get >
-   requires( isFunctionLike< get > )
-struct ReadTypeOf< get > {
+requires( isFunctionLike< get > ) struct ReadTypeOf< get > {
    using Type = typename FunctionTraits< decltype( get ) >::Result;
 };
 
@@ -107,12 +106,12 @@ struct PlainBinding {
    template< class D >
    static int op( AttrCall& call ) {
       switch( call.op ) {
-       case GenericIf::AttributeOp::get:
+      case GenericIf::AttributeOp::get:
          call.result = toGeneric< Read >( readOf< D, get >( call.object ) );
          return attrOpDone;
-       case GenericIf::AttributeOp::set:
+      case GenericIf::AttributeOp::set:
          return write< D >( call );
-       default:
+      default:
          return attrOpNotApplicable;
       }
    }
@@ -167,17 +166,17 @@ struct PlainBinding {
 KEL_API void requireArgs( ArgVector const& args, std::size_t wanted );
 
 template< class F, class... A, std::size_t... i >
-decltype( auto ) applyArgs( ArgVector const& args, F&& f, TypeList< A... >,
-                            std::index_sequence< i... > ) {
-   return f( fromGeneric< A >( args[ i ].get() )... );
+decltype( auto ) applyArgs(
+   ArgVector const& args, F&& f, TypeList< A... >, std::index_sequence< i... > ) {
+   return f( fromGeneric< A >( args[i].get() )... );
 }
 
 // Calls f with the arguments as C++ values, by the types of the list.
 template< class Args, class F >
 decltype( auto ) withArgs( ArgVector const& args, F&& f ) {
    requireArgs( args, Args::size );
-   return applyArgs( args, std::forward< F >( f ), Args(),
-                     std::make_index_sequence< Args::size >() );
+   return applyArgs(
+      args, std::forward< F >( f ), Args(), std::make_index_sequence< Args::size >() );
 }
 
 // A function attribute.
@@ -196,8 +195,8 @@ struct FunctionBinding {
       if( !Traits::isConst && call.isConst() ) {
          throwConstCall( call.attr );
       }
-      withArgs< Args >( *call.args, [ & ]( auto&&... args ) {
-         auto run = [ & ]() -> decltype( auto ) {
+      withArgs< Args >( *call.args, [&]( auto&&... args ) {
+         auto run = [&]() -> decltype( auto ) {
             if constexpr( isStatic ) {
                return function( std::forward< decltype( args ) >( args )... );
             } else {
@@ -215,8 +214,8 @@ struct FunctionBinding {
    }
 };
 
-// A pointer whose object is made from arguments by a write and dropped by a delete. `make` is null for
-// the member type's constructor, otherwise a function that gives a Ptr.
+// A pointer whose object is made from arguments by a write and dropped by a delete. `make` is null
+// for the member type's constructor, otherwise a function that gives a Ptr.
 template< auto member, class CtorArgs >
 struct InstanceBinding {
    using Read = std::remove_cvref_t< typename ReadTypeOf< member >::Type >;
@@ -227,10 +226,10 @@ struct InstanceBinding {
    static int op( AttrCall& call ) {
       Read& slot = const_cast< Read& >( readOf< D, member >( call.object ) );
       switch( call.op ) {
-       case GenericIf::AttributeOp::get:
+      case GenericIf::AttributeOp::get:
          call.result = makeView( slot.get(), call.isConst() );
          return attrOpDone;
-       case GenericIf::AttributeOp::set:
+      case GenericIf::AttributeOp::set:
          if( !call.args ) {
             return attrOpNotApplicable;
          }
@@ -241,14 +240,14 @@ struct InstanceBinding {
          notifyAttr< D >( call );
          call.result = makeView( slot.get(), false );
          return attrOpDone;
-       case GenericIf::AttributeOp::del:
+      case GenericIf::AttributeOp::del:
          call.flag = static_cast< bool >( slot );
          if( call.flag ) {
             slot = nullptr;
             notifyAttr< D >( call );
          }
          return attrOpDone;
-       default:
+      default:
          return attrOpNotApplicable;
       }
    }
@@ -267,7 +266,8 @@ struct WithGnmiJson : Plain {
    }
 };
 
-// A plain attribute of a union: the member function `isLive` tells whether it is the live alternative.
+// A plain attribute of a union: the member function `isLive` tells whether it is the live
+// alternative.
 template< class Plain, auto isLive >
 struct WithAlternative : Plain {
    template< class D >
@@ -302,4 +302,4 @@ struct ConstantBinding {
    }
 };
 
-}  // namespace Kel::Schema
+} // namespace Kel::Schema

@@ -11,8 +11,8 @@ namespace Kel::Schema {
 // Throws the RangeException of a read whose key has no member.
 [[noreturn]] KEL_API void throwNoMember( KelAttr attr );
 
-// The generic of a member: const values; pointers as declared, those that an instantiating collection
-// owns as const as the view of their owner.
+// The generic of a member: const values; pointers as declared, those that an instantiating
+// collection owns as const as the view of their owner.
 template< class Member, bool instantiating >
 Ptr< GenericIf > memberToGeneric( Member const& member, bool ownerConst ) {
    if constexpr( instantiating ) {
@@ -28,7 +28,7 @@ class ContainerIterator final : public GenericIfRaw::IteratorImpl {
 
  public:
    ContainerIterator( typename Container::Iterator at, bool ownerConst )
-         : at_( std::move( at ) ), ownerConst_( ownerConst ) {}
+      : at_( std::move( at ) ), ownerConst_( ownerConst ) {}
 
    bool nonnull() const override { return static_cast< bool >( at_ ); }
    void increment() override { ++at_; }
@@ -44,8 +44,8 @@ class ContainerIterator final : public GenericIfRaw::IteratorImpl {
    bool ownerConst_;
 };
 
-// `container` is a member or static variable, or a function that gives a reference to one. CtorArgs is
-// NoType for a collection that does not make its members.
+// `container` is a member or static variable, or a function that gives a reference to one. CtorArgs
+// is NoType for a collection that does not make its members.
 template< auto container, class CtorArgs = NoType >
 struct CollectionBinding {
    using Container = std::remove_cvref_t< typename ReadTypeOf< container >::Type >;
@@ -55,30 +55,31 @@ struct CollectionBinding {
    using Op = GenericIf::AttributeOp;
    static constexpr bool isStatic = !isMember< container >;
    static constexpr bool instantiating = !std::is_same_v< CtorArgs, NoType >;
-   static constexpr bool hasInternalKey =
-      requires( Container& c, Read const& member ) { c.addMember( member ); };
+   static constexpr bool hasInternalKey = requires( Container & c, Read const& member ) {
+      c.addMember( member );
+   };
 
    template< class D >
    static int op( AttrCall& call ) {
       Container& c = const_cast< Container& >( readOf< D, container >( call.object ) );
       switch( call.op ) {
-       case Op::get:
-       case Op::exist:
-       case Op::members:
-       case Op::version:
-       case Op::iterate:
+      case Op::get:
+      case Op::exist:
+      case Op::members:
+      case Op::version:
+      case Op::iterate:
          return look( c, call );
-       case Op::set:
+      case Op::set:
          return call.args ? make( c, call ) : set( c, call );
-       case Op::del:
+      case Op::del:
          call.flag = c.del( fromGeneric< Key >( call.key ) );
          return attrOpDone;
-       case Op::add:
-       case Op::remove:
-       case Op::front:
-       case Op::back:
+      case Op::add:
+      case Op::remove:
+      case Op::front:
+      case Op::back:
          return orderedOp( c, call );
-       default:
+      default:
          return attrOpNotApplicable;
       }
    }
@@ -86,21 +87,21 @@ struct CollectionBinding {
  private:
    static int look( Container const& c, AttrCall& call ) {
       switch( call.op ) {
-       case Op::get:
+      case Op::get:
          get( c, call );
          break;
-       case Op::exist:
+      case Op::exist:
          call.flag = c.exist( fromGeneric< Key >( call.key ) );
          break;
-       case Op::members:
+      case Op::members:
          call.count = c.members();
          break;
-       case Op::version:
+      case Op::version:
          call.count = c.version();
          break;
-       default:
-         *call.iterator =
-            GenericIfRaw::Iterator( std::make_unique< ContainerIterator< Container, instantiating > >(
+      default:
+         *call.iterator = GenericIfRaw::Iterator(
+            std::make_unique< ContainerIterator< Container, instantiating > >(
                c.iterator(), call.isConst() ) );
       }
       return attrOpDone;
@@ -146,7 +147,9 @@ struct CollectionBinding {
    }
 
    static int orderedOp( Container& c, AttrCall& call ) {
-      constexpr bool ordered = requires { c.front(); };
+      constexpr bool ordered = requires {
+         c.front();
+      };
       if constexpr( ordered ) {
          if( call.op == Op::add ) {
             c.add( fromGeneric< Read >( call.value ) );
@@ -164,4 +167,4 @@ struct CollectionBinding {
    }
 };
 
-}  // namespace Kel::Schema
+} // namespace Kel::Schema

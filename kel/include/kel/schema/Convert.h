@@ -19,7 +19,7 @@ struct StoredAs {
    using Type = T;
 };
 template< class T >
-   requires std::is_enum_v< T >
+requires std::is_enum_v< T >
 struct StoredAs< T > {
    using Type = std::underlying_type_t< T >;
 };
@@ -29,8 +29,8 @@ class ValueGeneric final : public GenericIf {
  public:
    template< class... Args >
    ValueGeneric( KelType type, bool isConst, Args&&... args )
-         : GenericIf( type, &value_, isConst, Kind::value ),
-           value_( std::forward< Args >( args )... ) {}
+      : GenericIf( type, &value_, isConst, Kind::value ),
+        value_( std::forward< Args >( args )... ) {}
 
    Stored& value() noexcept { return value_; }
 
@@ -43,7 +43,8 @@ template< class T, class... Args >
 Ptr< GenericIf > makeValue( bool isConst, Args&&... args ) {
    using Stored = typename StoredAs< T >::Type;
    if constexpr( std::is_enum_v< T > ) {
-      return new ValueGeneric< Stored >( kelType< T >(), isConst, static_cast< Stored >( args )... );
+      return new ValueGeneric< Stored >(
+         kelType< T >(), isConst, static_cast< Stored >( args )... );
    } else {
       return new ValueGeneric< Stored >( kelType< T >(), isConst, std::forward< Args >( args )... );
    }
@@ -54,8 +55,8 @@ template< class T >
 class OwnPtrGeneric final : public GenericIf {
  public:
    OwnPtrGeneric( Ptr< T > object, bool isConst )
-         : GenericIf( kelType< T >(), object.get(), isConst, Kind::ownPtr ),
-           object_( std::move( object ) ) {}
+      : GenericIf( kelType< T >(), object.get(), isConst, Kind::ownPtr ),
+        object_( std::move( object ) ) {}
 
    std::uint32_t references() const noexcept override {
       return object_ ? object_->kelReferenceWord() & referencesMask : 0;
@@ -77,8 +78,9 @@ Ptr< GenericIf > makeView( T const* object, bool isConst ) {
    }
 }
 
-// The generic of what an attribute, a member or a result holds: a const copy of a value when `isConst`
-// says so, a view of an object by the pointer's own constness, null for null and for an absent value.
+// The generic of what an attribute, a member or a result holds: a const copy of a value when
+// `isConst` says so, a view of an object by the pointer's own constness, null for null and for an
+// absent value.
 template< class T >
 Ptr< GenericIf > toGeneric( T const& value, bool isConst = true ) {
    using S = ShapeOf< T >;
@@ -93,8 +95,8 @@ Ptr< GenericIf > toGeneric( T const& value, bool isConst = true ) {
    }
 }
 
-// Whether nobody has to be told of an assignment; false where the type cannot tell. Equal values may
-// still differ, as the two zeros of a floating point number do.
+// Whether nobody has to be told of an assignment; false where the type cannot tell. Equal values
+// may still differ, as the two zeros of a floating point number do.
 template< class T >
 bool sameValue( T const& a, T const& b ) {
    if constexpr( requires { a == b; } ) {
@@ -133,8 +135,9 @@ T const& valueFromGeneric( GenericIf const* generic ) {
    return *static_cast< T const* >( generic->voidPtrIs( kelType< T >() ) );
 }
 
-// The C++ value of a generic, which itself stands for a wanted generic of any type. Throws TypeException
-// for one of another type, ConstException for a const object where a non-const pointer is wanted.
+// The C++ value of a generic, which itself stands for a wanted generic of any type. Throws
+// TypeException for one of another type, ConstException for a const object where a non-const
+// pointer is wanted.
 template< class T >
 T fromGeneric( GenericIf const* generic ) {
    using S = ShapeOf< T >;
@@ -154,5 +157,5 @@ T fromGeneric( GenericIf const* generic ) {
    }
 }
 
-}  // namespace Schema
-}  // namespace Kel
+} // namespace Schema
+} // namespace Kel

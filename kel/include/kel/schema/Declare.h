@@ -1,5 +1,5 @@
-// The words of the declaration language. A unit's source says KEL_UNIT( record, declarations... ) once,
-// with one declaration a type of its KEL_TYPES list, in that order:
+// The words of the declaration language. A unit's source says KEL_UNIT( record, declarations... )
+// once, with one declaration a type of its KEL_TYPES list, in that order:
 //
 //    KEL_UNIT( _Shop_kelModule,
 //       enumeration< Color >( constant< Color::red >( "red" ), constant< Color::blue >( "blue" ) ),
@@ -65,8 +65,8 @@ constexpr ArgInfo argInfo( char const* name ) {
    return { name, typeNameOf< typename S::Type >(), S::isOptional };
 }
 
-// The arguments of a constructor; `make` is null for the class's own constructor, otherwise a function
-// with these arguments that gives a Ptr to the class or to one derived from it.
+// The arguments of a constructor; `make` is null for the class's own constructor, otherwise a
+// function with these arguments that gives a Ptr to the class or to one derived from it.
 template< auto make, class... Ts >
 struct ArgList {
    using Types = TypeList< Ts... >;
@@ -117,22 +117,22 @@ struct AttrDecl {
    // A gNMI JSON form, given by a const member function that returns a String.
    template< auto json >
    constexpr auto withGnmiJson() const {
-      return AttrDecl< WithGnmiJson< Binding, json >, Member, Index, argCount >{
-         name, options | attrBit( AttrFlag::toGnmiJsonString ), id, args, indexName, constantValue };
+      return AttrDecl< WithGnmiJson< Binding, json >, Member, Index, argCount >{ name,
+         options | attrBit( AttrFlag::toGnmiJsonString ), id, args, indexName, constantValue };
    }
    // For an attribute of a union: a const member function that tells whether it is the live one.
    template< auto isLive >
    constexpr auto aliveIf() const {
-      return AttrDecl< WithAlternative< Binding, isLive >, Member, Index, argCount >{
-         name, options, id, args, indexName, constantValue };
+      return AttrDecl< WithAlternative< Binding, isLive >, Member, Index, argCount >{ name, options,
+         id, args, indexName, constantValue };
    }
    // For an attribute of an object: a const member function that is called with each operation
    // before it runs, also with one that then fails.
    template< auto observer >
    constexpr auto observedBy() const {
       static_assert( !Binding::isStatic, "a static attribute has no object that could observe" );
-      return AttrDecl< WithObserver< Binding, observer >, Member, Index, argCount >{
-         name, options, id, args, indexName, constantValue };
+      return AttrDecl< WithObserver< Binding, observer >, Member, Index, argCount >{ name, options,
+         id, args, indexName, constantValue };
    }
 };
 
@@ -155,13 +155,13 @@ constexpr AttrOptions shapeFlags() {
 }
 
 template< class Binding, class Index, class Member = typename Binding::Read, std::size_t count = 0 >
-constexpr auto makeAttr( char const* name, AttrOptions options,
-                         std::array< ArgInfo, count > args = {} ) {
+constexpr auto makeAttr(
+   char const* name, AttrOptions options, std::array< ArgInfo, count > args = {} ) {
    if( Binding::isStatic ) {
       options |= attrBit( AttrFlag::isStatic );
    }
-   return AttrDecl< Binding, typename ShapeOf< Member >::Type, Index, count >{
-      name, options | attrBit( AttrFlag::readable ), attrId( name ), args, "", 0 };
+   return AttrDecl< Binding, typename ShapeOf< Member >::Type, Index, count >{ name,
+      options | attrBit( AttrFlag::readable ), attrId( name ), args, "", 0 };
 }
 
 // A plain attribute: a data member, a static variable, or functions that read and write.
@@ -183,8 +183,8 @@ template< auto fn, class... Names >
 constexpr auto function( char const* name, Names... names ) {
    using Binding = FunctionBinding< fn >;
    static_assert( Binding::Args::size == sizeof...( Names ),
-                  "a function attribute needs a name for each parameter" );
-   auto infos = [ & ]< class... A >( TypeList< A... > ) {
+      "a function attribute needs a name for each parameter" );
+   auto infos = [&]< class... A >( TypeList< A... > ) {
       return std::array< ArgInfo, sizeof...( A ) >{ argInfo< A >( names )... };
    }( typename Binding::Args() );
    return makeAttr< Binding, NoType >(
@@ -193,7 +193,8 @@ constexpr auto function( char const* name, Names... names ) {
 
 // A pointer attribute whose object is made in place from these arguments.
 template< auto member, class... Ts >
-constexpr auto instance( char const* name, ArgList< nullptr, Ts... > list, AttrOptions options = 0 ) {
+constexpr auto instance(
+   char const* name, ArgList< nullptr, Ts... > list, AttrOptions options = 0 ) {
    using Binding = InstanceBinding< member, TypeList< Ts... > >;
    options |= attrBit( AttrFlag::instantiating ) | attrBit( AttrFlag::isPtr ) |
               attrBit( AttrFlag::writable );
@@ -201,8 +202,8 @@ constexpr auto instance( char const* name, ArgList< nullptr, Ts... > list, AttrO
 }
 
 template< class Binding, std::size_t count >
-constexpr auto makeCollection( char const* name, AttrOptions options,
-                               std::array< ArgInfo, count > infos ) {
+constexpr auto makeCollection(
+   char const* name, AttrOptions options, std::array< ArgInfo, count > infos ) {
    using Container = typename Binding::Container;
    using Index = ShapeOf< typename Container::Key >;
    options |= Container::attrFlags | attrBit( AttrFlag::collectionForm );
@@ -220,19 +221,19 @@ constexpr auto makeCollection( char const* name, AttrOptions options,
    return makeAttr< Binding, typename Index::Type >( name, options, infos );
 }
 
-// A collection: a container (kel/Collections.h, kel/OrderedCollections.h) as member, static variable or
-// function that gives a reference to it.
+// A collection: a container (kel/Collections.h, kel/OrderedCollections.h) as member, static
+// variable or function that gives a reference to it.
 template< auto container >
 constexpr auto collection( char const* name, AttrOptions options = 0 ) {
-   return makeCollection< CollectionBinding< container > >( name, options,
-                                                            std::array< ArgInfo, 0 >() );
+   return makeCollection< CollectionBinding< container > >(
+      name, options, std::array< ArgInfo, 0 >() );
 }
 // One that makes its members, from these arguments.
 template< auto container, class... Ts >
-constexpr auto collection( char const* name, ArgList< nullptr, Ts... > list,
-                           AttrOptions options = 0 ) {
-   return makeCollection< CollectionBinding< container, TypeList< Ts... > > >( name, options,
-                                                                               list.infos );
+constexpr auto collection(
+   char const* name, ArgList< nullptr, Ts... > list, AttrOptions options = 0 ) {
+   return makeCollection< CollectionBinding< container, TypeList< Ts... > > >(
+      name, options, list.infos );
 }
 
 // A constant of an enum type.
@@ -280,7 +281,8 @@ constexpr auto makeType( First first, Rest... rest ) {
    if constexpr( requires { first.infos; } ) {
       return TypeDecl< kind, T, Base, First, Rest... >{ first, { rest... } };
    } else {
-      return TypeDecl< kind, T, Base, ArgList< nullptr >, First, Rest... >{ {}, { first, rest... } };
+      return TypeDecl< kind, T, Base, ArgList< nullptr >, First, Rest... >{ {},
+         { first, rest... } };
    }
 }
 template< TypeKind kind, class T, class Base >
@@ -290,10 +292,12 @@ constexpr auto makeType() {
 
 template< class T, class... Attrs >
 constexpr auto enumeration( Attrs... attrs ) {
-   static_assert( std::is_enum_v< T >, "enumeration< T > needs an enum with a fixed underlying type" );
+   static_assert(
+      std::is_enum_v< T >, "enumeration< T > needs an enum with a fixed underlying type" );
    return TypeDecl< TypeKind::enumeration, T, NoType, NotMade, Attrs... >{ {}, { attrs... } };
 }
-// A value type, perhaps with a base: constructor arguments first, if there are any, then attributes.
+// A value type, perhaps with a base: constructor arguments first, if there are any, then
+// attributes.
 template< class T, class Base = NoType, class... Parts >
 constexpr auto value( Parts... parts ) {
    static_assert( !std::is_base_of_v< PtrInterface, T >, "a value type is no counted object" );
@@ -310,4 +314,4 @@ constexpr auto entity( Parts... parts ) {
    return makeType< TypeKind::pointer, T, Base >( parts... );
 }
 
-}  // namespace Kel::Schema
+} // namespace Kel::Schema

@@ -1,5 +1,5 @@
-// What a declared C++ type can do, taken from the type itself: operators, hash() and texts become the
-// operations of the runtime type, and what it lacks stays null.
+// What a declared C++ type can do, taken from the type itself: operators, hash() and texts become
+// the operations of the runtime type, and what it lacks stays null.
 #pragma once
 
 #include <kel/TypeImpl.h>
@@ -7,7 +7,7 @@
 
 namespace Kel {
 class Entity;
-}
+} // namespace Kel
 
 namespace Kel::Schema {
 
@@ -19,13 +19,13 @@ T const& as( void const* address ) {
 template< class T >
 constexpr bool hasTruth = std::is_constructible_v< bool, T const& > && !std::is_enum_v< T >;
 
-#define KEL_IF_VALID( Expression, Function )                                             \
-   [] {                                                                                  \
-      if constexpr( requires( T const& a, T const& b ) { Expression; } ) {               \
-         return Function;                                                                \
-      } else {                                                                           \
-         return nullptr;                                                                 \
-      }                                                                                  \
+#define KEL_IF_VALID( Expression, Function )                                                       \
+   [] {                                                                                            \
+      if constexpr( requires( T const& a, T const& b ) { Expression; } ) {                         \
+         return Function;                                                                          \
+      } else {                                                                                     \
+         return nullptr;                                                                           \
+      }                                                                                            \
    }()
 
 template< class T >
@@ -42,14 +42,13 @@ bool lessOf( void const* a, void const* b ) {
 }
 
 // One arithmetic operation as a functor class, so that each is one instance of one template.
-#define KEL_ARITHMETIC( Name, Expression )                                               \
-   struct Name {                                                                         \
-      template< class T >                                                                \
-      auto operator()( T const& a, [[maybe_unused]] T const& b ) const                   \
-         requires requires { Expression; }                                               \
-      {                                                                                  \
-         return Expression;                                                              \
-      }                                                                                  \
+#define KEL_ARITHMETIC( Name, Expression )                                                         \
+   struct Name {                                                                                   \
+      template< class T >                                                                          \
+      auto operator()( T const& a, [[maybe_unused]] T const& b ) const requires requires {         \
+         Expression;                                                                               \
+      }                                                                                            \
+      { return Expression; }                                                                       \
    };
 KEL_ARITHMETIC( Plus, a + b )
 KEL_ARITHMETIC( Minus, a - b )
@@ -78,7 +77,9 @@ constexpr ValueOps::ArithmeticFn arithmetic() {
 }
 
 template< class T >
-constexpr bool hasStdHash = requires( T const& a ) { std::hash< T >()( a ); };
+constexpr bool hasStdHash = requires( T const& a ) {
+   std::hash< T >()( a );
+};
 
 template< class T >
 std::uint64_t hashOfValue( void const* a ) {
@@ -106,19 +107,19 @@ constexpr ValueOps::BooleanFn truth() {
 template< class T >
 constexpr ValueOps valueOps = {
    { truth< T >(), KEL_IF_VALID( static_cast< bool >( a == b ), &equalOf< T > ),
-     KEL_IF_VALID( static_cast< bool >( a < b ), &lessOf< T > ) },
+      KEL_IF_VALID( static_cast< bool >( a < b ), &lessOf< T > ) },
    { arithmetic< T, Plus >(), arithmetic< T, Minus >(), arithmetic< T, Mult >(),
-     arithmetic< T, Div >(), arithmetic< T, Mod >(), arithmetic< T, And >(),
-     arithmetic< T, Or >(), arithmetic< T, Xor >(), arithmetic< T, Compl >() },
+      arithmetic< T, Div >(), arithmetic< T, Mod >(), arithmetic< T, And >(), arithmetic< T, Or >(),
+      arithmetic< T, Xor >(), arithmetic< T, Compl >() },
    hashFunction< T >(),
-   KEL_IF_VALID( String( a.strRep() ),
-                 +[]( void const* a ) { return String( as< T >( a ).strRep() ); } ),
-   KEL_IF_VALID( std::string( a.gnmiStrRep() ),
-                 +[]( void const* a ) { return std::string( as< T >( a ).gnmiStrRep() ); } ),
-   KEL_IF_VALID( std::vector< unsigned char >( a.gnmiByterep() ),
-                 +[]( void const* a ) {
-                    return std::vector< unsigned char >( as< T >( a ).gnmiByterep() );
-                 } ),
+   KEL_IF_VALID(
+      String( a.strRep() ), +[]( void const* a ) { return String( as< T >( a ).strRep() ); } ),
+   KEL_IF_VALID(
+      std::string( a.gnmiStrRep() ),
+      +[]( void const* a ) { return std::string( as< T >( a ).gnmiStrRep() ); } ),
+   KEL_IF_VALID(
+      std::vector< unsigned char >( a.gnmiByterep() ),
+      +[]( void const* a ) { return std::vector< unsigned char >( as< T >( a ).gnmiByterep() ); } ),
 };
 
 // An entity made by name alone: the first constructor argument is the name, the others are empty.
@@ -158,8 +159,8 @@ constexpr PtrOps ptrOps() {
       ops.toPtrInterface = &F::toPtrInterface;
       ops.newEntity = entityMaker< T >( CtorTypes() );
    }
-   ops.strRep = KEL_IF_VALID( String( a.strRep() ),
-                              +[]( void const* a ) { return String( as< T >( a ).strRep() ); } );
+   ops.strRep = KEL_IF_VALID(
+      String( a.strRep() ), +[]( void const* a ) { return String( as< T >( a ).strRep() ); } );
    return ops;
 }
 
@@ -169,7 +170,7 @@ Ptr< GenericIf > construct( ArgVector const& args, bool isConst ) {
    using T = typename Decl::T;
    using Types = typename Decl::Ctor::Types;
    if constexpr( Decl::kind == TypeKind::value ) {
-      return withArgs< Types >( args, [ & ]( auto&&... values ) {
+      return withArgs< Types >( args, [&]( auto&&... values ) {
          if constexpr( std::is_constructible_v< T, decltype( values )... > ) {
             return makeValue< T >( isConst, T( std::forward< decltype( values ) >( values )... ) );
          } else {
@@ -177,7 +178,7 @@ Ptr< GenericIf > construct( ArgVector const& args, bool isConst ) {
          }
       } );
    } else {
-      return withArgs< Types >( args, [ & ]( auto&&... values ) {
+      return withArgs< Types >( args, [&]( auto&&... values ) {
          if constexpr( std::is_null_pointer_v< decltype( Decl::Ctor::maker ) > ) {
             auto object = newObject< T >( std::forward< decltype( values ) >( values )... );
             return makeView( object.get(), isConst );
@@ -222,7 +223,7 @@ constexpr auto constructFunction() -> Ptr< GenericIf > ( * )( ArgVector const&, 
 }
 
 template< class Decl >
-constexpr auto toBaseFunction() -> void* ( * )( void* ) {
+constexpr auto toBaseFunction() -> void* (*)( void* ) {
    if constexpr( std::is_same_v< typename Decl::Base, NoType > ) {
       return nullptr;
    } else {
@@ -232,4 +233,4 @@ constexpr auto toBaseFunction() -> void* ( * )( void* ) {
 
 #undef KEL_IF_VALID
 
-}  // namespace Kel::Schema
+} // namespace Kel::Schema

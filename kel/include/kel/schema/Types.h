@@ -30,7 +30,7 @@ struct TypeList {
    template< class T >
    static constexpr std::uint16_t index = [] {
       std::uint16_t at = 0;
-      ( void )( ( std::is_same_v< T, Ts > ? false : ( ++at, true ) ) && ... );
+      (void)( ( std::is_same_v< T, Ts > ? false : ( ++at, true ) ) && ... );
       return at;
    }();
 };
@@ -41,17 +41,18 @@ struct Reserved {};
 
 struct BuiltinUnit {
    using Types = TypeList< void, U8, S8, U16, S16, U32, S32, U64, S64, bool, char, float, double,
-                           String, Bytes, Reserved< 15 >, Reserved< 16 >, Reserved< 17 >,
-                           Reserved< 18 >, Reserved< 19 >, Reserved< 20 >, Seconds >;
+      String, Bytes, Reserved< 15 >, Reserved< 16 >, Reserved< 17 >, Reserved< 18 >, Reserved< 19 >,
+      Reserved< 20 >, Seconds >;
    static constexpr KelModule const* module() { return &_Kel_BuiltinType_kelModule; }
 };
 
 template< class T >
-   requires( BuiltinUnit::Types::contains< T > )
-BuiltinUnit kelUnitOf( Tag< T > );
+requires( BuiltinUnit::Types::contains< T > ) BuiltinUnit kelUnitOf( Tag< T > );
 
 template< class T >
-concept Declared = requires { kelUnitOf( Tag< T >() ); };
+concept Declared = requires {
+   kelUnitOf( Tag< T >() );
+};
 
 template< class T >
 concept Builtin = BuiltinUnit::Types::contains< T >;
@@ -66,10 +67,10 @@ constexpr std::string_view typeNameOf() {
    text.remove_prefix( text.find( "T = " ) + 4 );
    return text.substr( 0, text.find_first_of( ";]" ) );
 }
-#define KEL_BUILTIN_NAME( Type, name )                     \
-   template<>                                              \
-   constexpr std::string_view typeNameOf< Type >() {       \
-      return name;                                         \
+#define KEL_BUILTIN_NAME( Type, name )                                                             \
+   template<>                                                                                      \
+   constexpr std::string_view typeNameOf< Type >() {                                               \
+      return name;                                                                                 \
    }
 KEL_BUILTIN_NAME( void, "void" )
 KEL_BUILTIN_NAME( U8, "U8" )
@@ -114,7 +115,7 @@ struct Shape< std::optional< T > > : Shape< T > {
 template< class T >
 using ShapeOf = Shape< std::remove_cvref_t< T > >;
 
-}  // namespace Kel::Schema
+} // namespace Kel::Schema
 
 namespace Kel {
 
@@ -135,42 +136,44 @@ Ptr< T > newObject( Args&&... args ) {
    return object;
 }
 
-}  // namespace Kel
+} // namespace Kel
 
-// In a unit's header, in the namespace of its types and behind their forward declarations: the unit's
-// record and its types, in the order of their indices. Types outside the list are not the unit's.
-#define KEL_TYPES( record, ... )                                                        \
-   extern "C" KEL_API ::Kel::KelModule const record;                                    \
-   struct record##_unit {                                                               \
-      using Types = ::Kel::Schema::TypeList< __VA_ARGS__ >;                             \
-      static constexpr ::Kel::KelModule const* module() { return &record; }             \
-   };                                                                                   \
-   template< class T >                                                                  \
-      requires( record##_unit::Types::template contains< T > )                          \
-   record##_unit kelUnitOf( ::Kel::Schema::Tag< T > )
+// In a unit's header, in the namespace of its types and behind their forward declarations: the
+// unit's record and its types, in the order of their indices. Types outside the list are not the
+// unit's.
+#define KEL_TYPES( record, ... )                                                                   \
+   extern "C" KEL_API ::Kel::KelModule const record;                                               \
+   struct record##_unit {                                                                          \
+      using Types = ::Kel::Schema::TypeList< __VA_ARGS__ >;                                        \
+      static constexpr ::Kel::KelModule const* module() { return &record; }                        \
+   };                                                                                              \
+   template< class T >                                                                             \
+   requires( record##_unit::Types::template contains< T > )                                        \
+      record##_unit kelUnitOf( ::Kel::Schema::Tag< T > )
 
 // First in the body of a class with its own pointer interface: reports each object's memory. What
 // follows is public.
-#define KEL_TRACKED( Class )                                                            \
- public:                                                                                \
-   inline static ::Kel::AllocTrackTypeInfo* kelAllocTrackTypeInfo_ = nullptr;           \
-   static void* operator new( std::size_t size ) {                                      \
-      ::Kel::AllocTrackTypeInfo::_trackAllocation( &kelAllocTrackTypeInfo_,             \
-                                                   typeid( Class ), size,               \
-                                                   alignof( Class ) );                  \
-      try {                                                                             \
-         return ::Kel::PtrInterface::kelMemAlloc( size );                               \
-      } catch( ... ) {                                                                  \
-         ::Kel::AllocTrackTypeInfo::trackDeallocation( kelAllocTrackTypeInfo_ );        \
-         throw;                                                                         \
-      }                                                                                 \
-   }                                                                                    \
-   static void operator delete( void* memory, std::size_t size ) noexcept {             \
-      ::Kel::AllocTrackTypeInfo::trackDeallocation( kelAllocTrackTypeInfo_ );           \
-      ::Kel::memFree( memory, size );                                                   \
+#define KEL_TRACKED( Class )                                                                       \
+ public:                                                                                           \
+   inline static ::Kel::AllocTrackTypeInfo* kelAllocTrackTypeInfo_ = nullptr;                      \
+   static void* operator new( std::size_t size ) {                                                 \
+      ::Kel::AllocTrackTypeInfo::_trackAllocation(                                                 \
+         &kelAllocTrackTypeInfo_, typeid( Class ), size, alignof( Class ) );                       \
+      try {                                                                                        \
+         return ::Kel::PtrInterface::kelMemAlloc( size );                                          \
+      } catch( ... ) {                                                                             \
+         ::Kel::AllocTrackTypeInfo::trackDeallocation( kelAllocTrackTypeInfo_ );                   \
+         throw;                                                                                    \
+      }                                                                                            \
+   }                                                                                               \
+   static void operator delete( void* memory, std::size_t size ) noexcept {                        \
+      ::Kel::AllocTrackTypeInfo::trackDeallocation( kelAllocTrackTypeInfo_ );                      \
+      ::Kel::memFree( memory, size );                                                              \
    }
 
 // The same for a class derived from PtrInterface: gives its runtime type as well.
-#define KEL_OBJECT( Class )                                                             \
-   KEL_TRACKED( Class )                                                                 \
-   ::Kel::KelType fwkType() const override { return ::Kel::kelType< Class >(); }
+#define KEL_OBJECT( Class )                                                                        \
+   KEL_TRACKED( Class )                                                                            \
+   ::Kel::KelType fwkType() const override {                                                       \
+      return ::Kel::kelType< Class >();                                                            \
+   }
