@@ -1,6 +1,6 @@
 """Runs the examples of Markdown pages as doctests; fails if one does not print what the page says.
 
-Each page is one session: its examples share their names, in order.
+The examples of a page share their names, in order.
 """
 
 import doctest
