@@ -62,9 +62,12 @@ function( kel_target_defaults name )
 endfunction()
 
 # A shared library; it lies beside the Python modules and finds its fellows there.
+# Nobody replaces a function of ours by one of the same name, so calls within a library are direct.
 function( kel_shared_library name )
    add_library( ${name} SHARED ${ARGN} )
    kel_target_defaults( ${name} )
+   target_compile_options( ${name} PRIVATE -fno-semantic-interposition -fno-plt )
+   target_link_options( ${name} PRIVATE LINKER:-Bsymbolic-functions )
    set_target_properties( ${name} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${KEL_PYTHON_DIR} )
 endfunction()
 

@@ -61,8 +61,9 @@ bool holds( TypeRow const& row, KelAttr attr ) {
    throw TypeException( _fmt( "%s needs an object", fullAttrName( attr ).charPtr() ) );
 }
 
-// Finds the object as the attribute's owner sees it, and runs the attribute's operation.
-inline void run( AttrCall& call, GenericIfRef object ) {
+// Finds the object as the attribute's owner sees it, and runs the attribute's operation. Reads and
+// writes, the common operations, have it in their own body.
+[[gnu::always_inline]] inline void runHere( AttrCall& call, GenericIfRef object ) {
    KelAttr attr = call.attr;
    KelType owner = attr.scope();
    if( !holds( owner.row(), attr ) ) [[unlikely]] {
@@ -80,6 +81,10 @@ inline void run( AttrCall& call, GenericIfRef object ) {
    if( !op || op( call ) != attrOpDone ) {
       throwNotApplicable( attr, call.op );
    }
+}
+
+void run( AttrCall& call, GenericIfRef object ) {
+   runHere( call, object );
 }
 
 [[noreturn]] void throwNotReadable( KelAttr attr ) {
@@ -129,14 +134,14 @@ Ptr< GenericIf > KelAttr::genericIfGet( GenericIfRef object, GenericIfRef key ) 
       throwNotReadable( *this );
    }
    AttrCall call{ .attr = *this, .op = AttributeOp::get, .key = key.get() };
-   run( call, object );
+   runHere( call, object );
    return std::move( call.result );
 }
 
 void KelAttr::genericIfSet( GenericIfRef object, GenericIfRef key, GenericIfRef value ) const {
    requireChange( *this, object );
    AttrCall call{ .attr = *this, .op = AttributeOp::set, .key = key.get(), .value = value.get() };
-   run( call, object );
+   runHere( call, object );
 }
 
 Ptr< GenericIf > KelAttr::genericIfSet( GenericIfRef object, ArgVector const& args ) const {

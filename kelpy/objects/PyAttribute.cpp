@@ -50,7 +50,7 @@ bool checkWritableSort( PyGenericIfAttrDescriptor const* self, PyObject* value )
 }
 
 // False with a TypeError for an object of a class that does not have the attribute.
-bool checkObject( PyGenericIfAttrDescriptor const* self, PyObject* object ) {
+inline bool checkObject( PyGenericIfAttrDescriptor const* self, PyObject* object ) {
    Kel::KelType const scope = self->attr.scope();
    if( PyGenericIf_TypeCheck( object, scope ) ) {
       return true;
