@@ -248,8 +248,11 @@ TEST( ActivityThread, waits_without_the_lock_and_wakes_for_changes_timers_and_st
       }
    }
    manager().stop();
-   while( manager().isRunning() ) {
-      std::this_thread::yield();
+   while( true ) {
+      Locked locked;
+      if( !manager().isRunning() ) {
+         break;
+      }
    }
    Locked locked;
    manager().runUntilIdle();
