@@ -1,6 +1,9 @@
 #include <kel/Clock.h>
 
+#include <cmath>
+
 #include <kel/ActivityLoop.h>
+#include <kel/Exception.h>
 #include <kel/Schema.h>
 #include <kel/System.h>
 
@@ -28,6 +31,10 @@ Clock::NotifieeConst::~NotifieeConst() {
 }
 
 void Clock::NotifieeConst::timeMinIs( Seconds time ) {
+   // It would stand in no order to the others.
+   if( std::isnan( time.value() ) ) {
+      throw RangeException( "the time of a timer must be a number" );
+   }
    auto& timers = ActivityLoop::instance().timers();
    timers.remove( this );
    timeMin_ = time;

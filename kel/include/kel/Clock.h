@@ -34,7 +34,8 @@ class KEL_API Clock::NotifieeConst : public PtrInterface::NotifieeConst {
 
    // The wanted time; 0 for none. It is 0 again once the time is reached.
    Seconds timeMin() const { return timeMin_; }
-   // A time in the past is due at once. May be called from the reactor.
+   // A time in the past is due at once. May be called from the reactor. Throws RangeException for
+   // what is not a number, and keeps the time that stands.
    void timeMinIs( Seconds time );
    void notifierIs( PtrInterface const* clock );
 
