@@ -1,42 +1,11 @@
-"""The activity loop as Python runs it: on its own threads, on the runtime's, and up to Ctrl-C."""
+"""The activity loop as Python runs it: on its own threads and on the runtime's."""
 
-import os
-import signal
 import unittest
 
-import _Kel
 import odd
-from kel_testing import TestCase, in_child
+from kel_testing import TestCase
+from loop_script import run_script
 from reactors import Seen, clock, config, manager, notifiee, timer
-
-SCRIPT = """
-import os, signal, sys, threading, time
-import _Kel, acme, kel_hand, odd
-from kel_testing import wait_until
-from reactors import *
-
-notes, seen = odd.Notes(), Seen()
-kept = [notifiee(notes, seen)]
-
-# A timer far away: the loop waits and has something to wait for.
-kept.append(timer(lambda: None, clock.now + 1e6))
-
-def interrupt_once(condition):
-    # Sends SIGINT to the process as a terminal does, from a thread that waits for its moment.
-    def work():
-        wait_until(condition)
-        os.kill(os.getpid(), signal.SIGINT)
-
-    thread = threading.Thread(target=work)
-    thread.daemon = True
-    thread.start()
-"""
-
-
-def run_script(source, status=0, first=""):
-    path = os.pathsep.join(
-        [os.path.dirname(os.path.abspath(__file__)), os.environ["PYTHONPATH"]])
-    return in_child(first + SCRIPT + source, env={"PYTHONPATH": path}).expect(status)
 
 
 class RunUntilIdle(TestCase):
@@ -243,85 +212,3 @@ wait_until(lambda: len(seen) > 5)
 print "ends"
 """)
             self.assertEqual((outcome.out, outcome.err), ("ends\n", ""))
-
-
-class Interrupt(unittest.TestCase):
-
-    def test_of_a_run_on_the_main_thread_is_a_KeyboardInterrupt_behind_it(self):
-        outcome = run_script("""
-interrupt_once(lambda: manager.isRunning)
-try:
-    manager.run()
-except KeyboardInterrupt:
-    print "interrupted", manager.isRunning, config.stopOnQuiesce
-""")
-        self.assertEqual((outcome.out, outcome.err), ("interrupted False True\n", ""))
-
-    def test_what_is_pending_is_delivered_before_the_run_ends(self):
-        outcome = run_script("""
-def interrupt(attr, key):
-    if len(seen) == 1:
-        os.kill(os.getpid(), signal.SIGINT)
-        assert config.stopOnQuiesce
-        notes.b = 5
-
-kept.append(notifiee(notes, interrupt))
-notes.a = 1
-notes.a = 2
-notes.a = 3
-manager.run()
-print seen
-""", first="import signal; signal.signal(signal.SIGINT, lambda number, frame: None)")
-        self.assertEqual(outcome.out, str([("a", None)] * 3 + [("b", None)]) + "\n")
-
-    def test_of_a_loop_on_the_runtimes_thread_stops_that_and_interrupts_Python(self):
-        outcome = run_script("""
-manager.start()
-notes.a = 1
-wait_until(lambda: seen)
-try:
-    interrupt_once(lambda: True)
-    time.sleep(60)
-except KeyboardInterrupt:
-    wait_until(lambda: not manager.isRunning)
-    print "interrupted", config.stopOnQuiesce
-""")
-        self.assertEqual((outcome.out, outcome.err), ("interrupted True\n", ""))
-
-    def test_that_is_not_caught_ends_the_process_as_Python_does(self):
-        outcome = run_script("""
-interrupt_once(lambda: manager.isRunning)
-manager.run()
-print "not here"
-""", 1)
-        self.assertEqual(outcome.out, "")
-        self.assertTrue(outcome.err.endswith("KeyboardInterrupt\n"), outcome)
-
-    def test_of_a_handler_in_Python_on_the_main_thread_ends_the_process(self):
-        # The exception comes up in the handler, and no handler may raise.
-        outcome = run_script("""
-def handler(attr, key):
-    os.kill(os.getpid(), signal.SIGINT)
-    time.sleep(60)
-
-kept.append(notifiee(notes, handler))
-notes.a = 1
-manager.run()
-""", -signal.SIGABRT)
-        self.assertTrue(outcome.err.startswith(
-            "Python notifiee handler function raised an exception\n"), outcome)
-        self.assertIn("\nKeyboardInterrupt\n", outcome.err)
-
-    def test_a_new_run_is_possible_once_the_flag_is_taken_back(self):
-        run_script("""
-interrupt_once(lambda: manager.isRunning)
-try:
-    manager.run()
-except KeyboardInterrupt:
-    pass
-config.stopOnQuiesce = False
-notes.a = 1
-kept.append(timer(manager.stop, clock.now + 0.01))
-manager.run()
-assert seen == [("a", None)], seen
-""")
