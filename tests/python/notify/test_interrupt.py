@@ -19,6 +19,11 @@ def on_thread(function):
 def interrupt_once(condition):
     on_thread(lambda: (wait_until(condition), interrupt()))
 
+def await_interrupt():
+    # Python may see a signal some steps of the main thread late.
+    while True:
+        time.sleep(0.001)
+
 def has_ended():
     return not manager.isRunning
 """
@@ -57,6 +62,7 @@ class OnTheMainThread(Case):
 interrupt_once(lambda: manager.isRunning)
 try:
     manager.run()
+    await_interrupt()
 except KeyboardInterrupt:
     print "interrupted", manager.isRunning, config.stopOnQuiesce
 """)
@@ -65,7 +71,8 @@ except KeyboardInterrupt:
         outcome = run_script("""
 interrupt_once(lambda: manager.isRunning)
 manager.run()
-print "not here"
+assert not manager.isRunning
+await_interrupt()
 """, 1)
         self.assertEqual(outcome.out, "")
         self.assertTrue(outcome.err.startswith("Traceback (most recent call last):\n"), outcome)
@@ -110,6 +117,7 @@ def twice():
 thread = on_thread(twice)
 try:
     manager.run()
+    await_interrupt()
 except KeyboardInterrupt:
     print "interrupted"
 thread.join()
@@ -121,11 +129,12 @@ print "lived on"
 interrupt_once(lambda: manager.isRunning)
 try:
     manager.run()
+    await_interrupt()
 except KeyboardInterrupt:
     print "once"
 try:
     interrupt()
-    time.sleep(60)
+    await_interrupt()
 except KeyboardInterrupt:
     print "twice"
 assert config.stopOnQuiesce
@@ -135,7 +144,7 @@ assert config.stopOnQuiesce
         self.prints("[('a', None)] [('a', None), ('a', None)]\n", """
 try:
     interrupt()
-    time.sleep(60)
+    await_interrupt()
 except KeyboardInterrupt:
     pass
 # It was no loop's: the next one ends once nothing is pending.
@@ -153,7 +162,7 @@ print first, seen
         self.aborts_with_interrupt("""
 def handler(attr, key):
     interrupt()
-    time.sleep(60)
+    await_interrupt()
 
 kept.append(notifiee(notes, handler))
 notes.a = 1
@@ -170,6 +179,7 @@ def change():
     notes.a = 1
     _Kel.releaseActivityLock()
 
+kept.append(notifiee(notes, lambda attr, key: await_interrupt()))
 on_thread(change)
 manager.run()
 """)
@@ -192,7 +202,7 @@ notes.a = 1
 wait_until(lambda: seen)
 try:
     interrupt_once(lambda: True)
-    time.sleep(60)
+    await_interrupt()
 except KeyboardInterrupt:
     wait_until(has_ended)
     print "interrupted", config.stopOnQuiesce
@@ -209,7 +219,7 @@ kept.append(timer(tick, clock.now))
             outcome = run_script(busy + """
 manager.start()
 interrupt_once(lambda: manager.isRunning)
-time.sleep(60)
+await_interrupt()
 """, 1)
             self.assertEqual(outcome.out, "")
             self.assertTrue(outcome.err.startswith("Traceback (most recent call last):\n"), outcome)
@@ -233,7 +243,7 @@ notes.a = 2
 wait_until(lambda: seen)
 try:
     interrupt()
-    time.sleep(60)
+    await_interrupt()
 except KeyboardInterrupt:
     print "interrupted", seen, behind
 assert manager.isRunning
@@ -258,7 +268,7 @@ wait_until(lambda: seen)
 for count in "once", "twice":
     try:
         interrupt()
-        time.sleep(60)
+        await_interrupt()
     except KeyboardInterrupt:
         print count
 go_on.set()
@@ -283,8 +293,7 @@ wait_until(lambda: loop)
 assert loop[0] != libc.pthread_self()
 try:
     assert libc.pthread_kill(loop[0], signal.SIGINT) == 0
-    while True:
-        time.sleep(0.001)
+    await_interrupt()
 except KeyboardInterrupt:
     wait_until(has_ended)
     print "interrupted", config.stopOnQuiesce
@@ -297,7 +306,7 @@ notes.a = 1
 wait_until(lambda: seen)
 try:
     interrupt()
-    time.sleep(60)
+    await_interrupt()
 except KeyboardInterrupt:
     wait_until(has_ended)
 config.stopOnQuiesce = False
@@ -322,7 +331,7 @@ notes.a = 1
 wait_until(lambda: seen)
 try:
     interrupt()
-    time.sleep(60)
+    await_interrupt()
 except KeyboardInterrupt:
     print "interrupted"
 thread.join()
@@ -347,7 +356,7 @@ notes.b = 1
 thread = threading.Thread(target=manager.run)
 try:
     thread.start()
-    time.sleep(60)
+    await_interrupt()
 except KeyboardInterrupt:
     print "interrupted"
 thread.join()
