@@ -14,6 +14,7 @@ import _Kel
 import acme
 import kel_floor
 import kel_many_types
+import reactions
 import scale
 
 UNROLLED = 20
@@ -127,11 +128,15 @@ def main():
             ratio(row, "same turns"))
     print
     scale.report()
+    print
+    reaction_figures = reactions.measure(5)
+    reactions.report(reaction_figures)
     if options.json:
+        figures = dict((title, dict((name, {"least": least, "most": most})
+                                    for name, (least, most) in row.items())) for title, row in rows)
+        figures["reactions"] = reaction_figures
         with open(options.json, "w") as out:
-            json.dump(dict((title, dict((name, {"least": least, "most": most})
-                                        for name, (least, most) in row.items())) for title, row in rows),
-                      out, indent=1, sort_keys=True)
+            json.dump(figures, out, indent=1, sort_keys=True)
             out.write("\n")
 
 
