@@ -86,6 +86,10 @@ void ActivityLoop::fire( Clock::NotifieeConst* timer ) {
    }
 }
 
+bool ActivityLoop::isPending() const {
+   return !changes_.empty() || timers_.due( System::currentTime().value() );
+}
+
 // One change or one due timer; false if nothing is pending. Changes go first, since a timer may be
 // armed for ever in the past.
 bool ActivityLoop::reactOnce() {
@@ -188,7 +192,7 @@ void ActivityLoop::runUntilIdle() {
 
 // The loop's own thread has the lock whenever it has work, so to see it idle once is enough.
 void ActivityLoop::waitForOtherLoop() {
-   while( running_ && ( !idle_ || !changes_.empty() ) ) {
+   while( running_ && ( !idle_ || isPending() ) ) {
       UnlockAnchor unlocked( activityLock() );
       timespec pause{ 0, 200'000 };
       ::nanosleep( &pause, nullptr );

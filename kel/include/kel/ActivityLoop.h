@@ -73,6 +73,7 @@ class KEL_API ActivityLoop {
 
    void enter();
    void leave();
+   bool isPending() const;
    bool reactOnce();
    void deliver( Change const& change );
    void fire( Clock::NotifieeConst* timer );

@@ -129,6 +129,19 @@ manager.stop()
 wait_until(lambda: not manager.isRunning)
 """)
 
+    def test_who_runs_it_until_idle_from_elsewhere_finds_due_timers_fired(self):
+        run_script("""
+fired = []
+kept.append(timer(lambda: fired.append(len(fired))))
+manager.start()
+for i in range(1, 201):
+    kept[-1].timeMinProxy = clock.now
+    manager.runUntilIdle()
+    assert len(fired) == i, (i, fired)
+manager.stop()
+wait_until(lambda: not manager.isRunning)
+""")
+
     def test_a_timer_that_arms_itself_ticks(self):
         run_script("""
 ticks = []
