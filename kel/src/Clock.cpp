@@ -40,7 +40,10 @@ void Clock::NotifieeConst::timeMinIs( Seconds time ) {
    timeMin_ = time;
    if( time.value() != 0 && notifier() ) {
       timers.add( this );
-      ActivityLoop::instance().wake();
+      // A loop that waits does so until the time of the first.
+      if( timers.isFirst( this ) ) {
+         ActivityLoop::instance().wake();
+      }
    }
 }
 

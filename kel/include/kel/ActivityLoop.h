@@ -24,6 +24,10 @@ class TimerQueue {
    Clock::NotifieeConst* due( double now ) const;
    bool empty() const { return timers_.empty(); }
    double firstTime() const { return timers_.begin()->time; }
+   // Whether a timer that has been added goes before all others.
+   bool isFirst( Clock::NotifieeConst const* timer ) const {
+      return timers_.begin()->timer == timer;
+   }
 
  private:
    struct Entry {
