@@ -6,6 +6,15 @@ that Python needs to know of them.
 
 from __future__ import print_function
 
+import os
+import signal
+import threading
+import time
+
+# Ctrl-C interrupts Python, even if the shell that started us has turned it off. This comes first
+# because _Kel puts itself before the handler that it finds.
+signal.signal(signal.SIGINT, signal.default_int_handler)
+
 import _Kel
 import acme
 
@@ -172,3 +181,59 @@ for prop in "readable", "writable", "isImmutable", "doesNotify":
 item_type = _Kel.typeNode("Acme::Item")
 print(item_type, "of base", item_type.baseType, "made of", item_type.constructorArgNameQ)
 print(item_type.attr("size"), "of type", item_type.attr("size").memberType)
+
+
+headline("Reactions")
+
+# The activity loop calls Python functions when objects change and when it is time. Here it runs on
+# a thread of its own; this thread goes on meanwhile.
+manager = _Kel.singleton("Kel::ActivityManager")
+manager.start()
+restocked = threading.Event()
+
+
+def on_price(attr, key):
+    """Is told which attribute changed and, for a collection like this one, at which key."""
+    print("told of", attr.name, "of", key + ":", store.price[key])
+    if store.price[key] < 3:
+        # Cheap things sell fast. A handler may use every object and change it.
+        print("restocked:", store.restock(key, 50).count)
+        restocked.set()
+
+
+# The handle owns the function, the notifiee owns the handle, and we have to hold the notifiee: when
+# it goes, nobody is told any more. This one asks for prices alone.
+watcher = _Kel.newNotifiee(store, _Kel.handle(on_price))
+watcher.filtered = True
+watcher.filterAttr["price"] = True
+
+store.price["nut"] = 5
+store.tag.add("sale")  # a change as well, which the filter keeps away
+store.price["bolt"] = 2
+restocked.wait(10)
+
+# A timer is a notifiee of the clock. It fires once, at the time that it wants.
+clock = _Kel.singleton("Kel::Clock")
+ClockNotifiee = _Kel.pyType(_Kel.typeNode("Kel::PyClockNotifiee"))
+rung = threading.Event()
+
+
+def on_closing_time():
+    print("closing time")
+    rung.set()
+
+
+bell = ClockNotifiee(clock, _Kel.handle(on_closing_time))
+bell.timeMinProxy = clock.now + 0.01
+rung.wait(10)
+
+# Ctrl-C asks the loop to end once nothing is left to tell, and interrupts this thread as ever.
+store.price["nut"] = 1
+try:
+    os.kill(os.getpid(), signal.SIGINT)  # what a terminal does when you press Ctrl-C
+    while True:
+        time.sleep(0.01)
+except KeyboardInterrupt:
+    while manager.isRunning:
+        time.sleep(0.001)
+    print("interrupted, and the loop has ended in order")
