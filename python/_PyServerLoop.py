@@ -13,7 +13,7 @@ import threading
 
 import _PyServerText
 import _PyServerWire
-from _PyServerPeer import mayConnect, peerUid
+from _PyServerPeer import Gone, mayConnect, peerUid
 from _PyServerTrace import Trace
 from _PyServerWire import Closed, Late, Rubbish
 
@@ -123,7 +123,11 @@ class Loop(threading.Thread):
             accepted.close()
 
     def _admits(self, accepted):
-        uid = peerUid(accepted)
+        try:
+            uid = peerUid(accepted)
+        except Gone:
+            self.trace(8, "a client was gone before it was known")
+            return False
         if not mayConnect(uid):
             who = "an unknown user" if uid is None else "user %d" % uid
             self.trace(0, "refused a connection of %s" % who)

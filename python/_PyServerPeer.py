@@ -10,19 +10,23 @@ _ESTABLISHED = 1
 _LOOKS = 3
 
 
+class Gone(Exception):
+    """The peer has closed its end already."""
+
+
 def mayConnect(uid):
     """Whether that user may evaluate text: the agent's own and root, and nobody unknown (None)."""
     return uid is not None and uid in (0, os.geteuid())
 
 
 def peerUid(connection):
-    """The user id of the peer, None if it cannot be told."""
+    """The user id of the peer, None if it cannot be told. Raises Gone."""
+    if connection.family == socket.AF_UNIX:
+        return _unixPeerUid(connection)
     try:
-        if connection.family == socket.AF_UNIX:
-            return _unixPeerUid(connection)
         return _tcpPeerUid(connection)
-    except (socket.error, EnvironmentError):
-        return None
+    except socket.error:
+        raise Gone()
 
 
 def _unixPeerUid(connection):
@@ -41,10 +45,10 @@ def _tcpPeerUid(connection):
     peer = _tableAddress(connection.getpeername())
     own = _tableAddress(connection.getsockname())
     uid = _ownerOf(peer, own)
-    if uid is None or _ownerOf(peer, own) != uid:
-        return None
-    state = ord(connection.getsockopt(socket.IPPROTO_TCP, _TCP_INFO, 1))
-    return uid if state == _ESTABLISHED else None
+    sameUid = _ownerOf(peer, own)
+    if ord(connection.getsockopt(socket.IPPROTO_TCP, _TCP_INFO, 1)) != _ESTABLISHED:
+        raise Gone()
+    return uid if uid == sameUid else None
 
 
 def _tableAddress(address):

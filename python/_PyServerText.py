@@ -6,6 +6,10 @@ import linecache
 import sys
 import traceback
 
+# The compiler looks for this one where a unicode literal is not ASCII. The first look imports it,
+# and would wait for the import lock.
+codecs.lookup("utf-32-be")
+
 FILE_NAME = "<agent>"  # of the code that is made of a text
 FAILURE_LIMIT = 2000  # bytes; a client with a small buffer loses what does not fit
 _MESSAGE_LIMIT = 1200
@@ -58,7 +62,7 @@ def _compiled(text, mode):
     return compile(text, FILE_NAME, mode, 0, True)
 
 
-# The functions themselves: looking for a codec by its name would wait for the import lock.
+# The functions themselves, again to look for nothing by its name.
 def _utf8(value):
     return codecs.utf_8_encode(value)[0]
 
@@ -118,8 +122,8 @@ def _isOwn(frame):
 def _frameText(trace, text):
     """`text` is what the frame runs, if that is known; else its file is looked at."""
     code = trace.tb_frame.f_code
-    if text is not None and code.co_filename == FILE_NAME:
-        source = text.splitlines()[trace.tb_lineno - 1]
+    if text is not None and code.co_filename == FILE_NAME and code.co_name == "<module>":
+        source = "".join(text.splitlines()[trace.tb_lineno - 1:trace.tb_lineno])
     else:
         source = linecache.getline(code.co_filename, trace.tb_lineno, trace.tb_frame.f_globals)
     place = '  File "%s", line %d, in %s\n' % (
