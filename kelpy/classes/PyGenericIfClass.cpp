@@ -149,10 +149,13 @@ PyTypeObject* createPyType( Kel::KelType type ) {
        !addDescriptors( dict, type, addAttribute ) || !makeReady( cls.type() ) ) {
       return nullptr;
    }
-   pyTypes.emplace( type, &cls.type() );
-   PyTypeObject* const finished = &cls.type();
-   cls.finishedIs();
-   return finished;
+   // Where the making runs a collection of garbage, what ends there may run Python code or let
+   // other threads in, and somebody may have been faster: the first class stays.
+   auto const [stored, isFirst] = pyTypes.emplace( type, &cls.type() );
+   if( isFirst ) {
+      cls.finishedIs();
+   }
+   return stored->second;
 }
 
 } // namespace

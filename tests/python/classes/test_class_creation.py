@@ -126,6 +126,35 @@ class Identity(TestCase):
             assert len(got) == 8 and all(each == got[0] for each in got)
             """).expect()
 
+    def test_code_that_runs_while_a_class_is_made_gets_the_same_class(self):
+        # A collection of garbage in the middle of the making calls back.
+        in_child("""
+            import gc, weakref
+            import _Kel, acme
+
+            class Garbage(object):
+                pass
+
+            def leave_garbage():
+                garbage = Garbage()
+                garbage.itself = garbage
+                return weakref.ref(garbage, make)
+
+            def make(ref=None):
+                got.setdefault(name, []).append(_Kel.pyType(_Kel.typeNode(name)))
+
+            got = {}
+            for name in "Acme::Item", "Acme::Size", "Kel::Clock":
+                node = _Kel.typeNode(name)
+                gc.collect()
+                ref = leave_garbage()
+                gc.set_threshold(1)
+                cls = _Kel.pyType(node)
+                gc.set_threshold(0)
+                assert got[name] == [cls], (got, cls)
+                assert [each.__name__ for each in cls.__base__.__subclasses__()].count(name) == 1
+            """).expect()
+
 
 class Bases(TestCase):
 
