@@ -6,6 +6,7 @@ The examples of a page share their names, in order.
 import doctest
 import os
 import re
+import signal
 import sys
 
 
@@ -20,6 +21,8 @@ def run(page):
 
 
 def main(pages):
+    # A page may show Ctrl-C, which whoever started this may have turned off.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     status = 0
     for page in pages:
         failures, tries = run(page)
