@@ -93,7 +93,7 @@ class ServerCase(unittest.TestCase):
     """Gives each test an agent directory, and fails it if threads or descriptors are left."""
 
     def setUp(self):
-        self.folder = tempfile.mkdtemp()
+        self.folder = os.path.realpath(tempfile.mkdtemp())
         self.addCleanup(shutil.rmtree, self.folder, True)
         self._environment = dict(os.environ)
         self.addCleanup(self._restoreEnvironment)
