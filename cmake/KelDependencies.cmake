@@ -19,6 +19,11 @@ if( NOT GTest_FOUND )
    message( FATAL_ERROR "GoogleTest is missing. ${advice} libgtest-dev" )
 endif()
 
+find_package( CLI11 QUIET )
+if( NOT CLI11_FOUND )
+   message( FATAL_ERROR "CLI11 is missing. ${advice} libcli11-dev" )
+endif()
+
 find_package( Python27 QUIET )
 if( NOT Python27_FOUND )
    message( FATAL_ERROR "${Python27_NOT_FOUND_MESSAGE}" )
