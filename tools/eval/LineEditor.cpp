@@ -1,0 +1,159 @@
+#include "LineEditor.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <clocale>
+#include <cstdio>
+
+namespace {
+
+constexpr int historyLines = 1000;
+constexpr char indent[] = "    ";
+
+// Ctrl-C ends the wait for a line, and not the program, for the lifetime of this.
+class Interruptible {
+ public:
+   Interruptible() {
+      struct sigaction action = {};
+      action.sa_handler = []( int ) {};
+      sigaction( SIGINT, &action, &kept_ );
+   }
+   Interruptible( Interruptible const& ) = delete;
+   Interruptible& operator=( Interruptible const& ) = delete;
+   ~Interruptible() { sigaction( SIGINT, &kept_, nullptr ); }
+
+ private:
+   struct sigaction kept_ = {};
+};
+
+// The file exists then, readable for the user alone. The library would make it so only behind its
+// first write.
+bool prepareFile( std::string const& path ) {
+   int const file = open( path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600 );
+   if( file < 0 ) {
+      return false;
+   }
+   bool const isOwn = fchmod( file, 0600 ) == 0;
+   close( file );
+   return isOwn;
+}
+
+bool isOfWord( char c ) {
+   return std::isalnum( static_cast< unsigned char >( c ) ) || c == '_' || c == '.';
+}
+
+std::string commonStart( std::vector< std::string > const& names ) {
+   std::string start = names.front();
+   for( std::string const& name : names ) {
+      auto const end = std::mismatch( start.begin(), start.end(), name.begin(), name.end() ).first;
+      start.erase( end, start.end() );
+   }
+   return start;
+}
+
+} // namespace
+
+LineEditor::LineEditor( std::string historyFile, Complete complete )
+   : historyFile_( std::move( historyFile ) ),
+     complete_( std::move( complete ) ),
+     editor_( nullptr, el_end ),
+     history_( history_init(), history_end ) {
+   std::setlocale( LC_CTYPE, "" );
+   editor_.reset( el_init( "kel-eval", stdin, stdout, stderr ) );
+   HistEvent event;
+   history( history_.get(), &event, H_SETSIZE, historyLines );
+   history( history_.get(), &event, H_SETUNIQUE, 1 );
+   if( !historyFile_.empty() && prepareFile( historyFile_ ) ) {
+      history( history_.get(), &event, H_LOAD, historyFile_.c_str() );
+   } else {
+      historyFile_.clear();
+   }
+   EditLine* const editor = editor_.get();
+   el_set( editor, EL_CLIENTDATA, this );
+   el_set( editor, EL_PROMPT, &LineEditor::prompt );
+   el_set( editor, EL_EDITOR, "emacs" );
+   el_set( editor, EL_HIST, history, history_.get() );
+   el_set( editor, EL_ADDFN, "kel-complete", "Completes a name", &LineEditor::complete );
+   el_set( editor, EL_BIND, "^I", "kel-complete", nullptr );
+   el_set( editor, EL_BIND, "^R", "em-inc-search-prev", nullptr );
+   el_source( editor, nullptr ); // the user's .editrc
+}
+
+LineEditor::Outcome LineEditor::read( std::string const& prompt, std::string& line ) {
+   Interruptible const interruptible;
+   prompt_ = prompt;
+   int length = 0;
+   errno = 0;
+   char const* const text = el_gets( editor_.get(), &length );
+   if( !text ) {
+      bool const interrupted = length < 0 && errno == EINTR;
+      el_reset( editor_.get() );
+      std::fputs( "\n", stdout );
+      std::fflush( stdout );
+      return interrupted ? Outcome::interrupted : Outcome::end;
+   }
+   line.assign( text, length );
+   while( !line.empty() && ( line.back() == '\n' || line.back() == '\r' ) ) {
+      line.pop_back();
+   }
+   return Outcome::line;
+}
+
+void LineEditor::remember( std::string const& line ) {
+   HistEvent event;
+   history( history_.get(), &event, H_ENTER, line.c_str() );
+   if( !historyFile_.empty() ) {
+      history( history_.get(), &event, H_SAVE, historyFile_.c_str() );
+   }
+}
+
+char* LineEditor::prompt( EditLine* editor ) {
+   LineEditor* self = nullptr;
+   el_get( editor, EL_CLIENTDATA, &self );
+   return self->prompt_.data();
+}
+
+unsigned char LineEditor::complete( EditLine* editor, int ) {
+   LineEditor* self = nullptr;
+   el_get( editor, EL_CLIENTDATA, &self );
+   return self->completeWord();
+}
+
+// At the start of a line the key indents.
+unsigned char LineEditor::completeWord() {
+   LineInfo const* const line = el_line( editor_.get() );
+   std::string const before( line->buffer, line->cursor );
+   if( before.find_first_not_of( " \t" ) == before.npos ) {
+      el_insertstr( editor_.get(), indent );
+      return CC_REFRESH;
+   }
+   auto const start = std::find_if_not( before.rbegin(), before.rend(), isOfWord ).base();
+   std::string const word( start, before.end() );
+   auto const names = word.empty() ? std::vector< std::string >() : complete_( word );
+   if( names.empty() ) {
+      return CC_REFRESH_BEEP;
+   }
+   std::string const common = commonStart( names );
+   if( common.size() > word.size() ) {
+      el_insertstr( editor_.get(), common.c_str() + word.size() );
+      return CC_REFRESH;
+   }
+   return names.size() == 1 ? CC_REFRESH : offer( names );
+}
+
+// Below the line, which is then shown anew.
+unsigned char LineEditor::offer( std::vector< std::string > const& names ) {
+   std::fputs( "\n", stdout );
+   for( std::string const& name : names ) {
+      std::printf( "%s  ", name.c_str() );
+   }
+   std::fputs( "\n", stdout );
+   std::fflush( stdout );
+   return CC_REDISPLAY;
+}
