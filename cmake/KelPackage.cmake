@@ -1,4 +1,5 @@
-# `./dev install PREFIX` and the CMake package KelPy, with the targets Kel::kel and KelPy::KelPy.
+# `./dev install PREFIX`: the programs and their manuals, and the CMake package KelPy with the targets
+# Kel::kel and KelPy::KelPy.
 if( NOT TARGET kelpy )
    return()
 endif()
@@ -20,6 +21,9 @@ install( DIRECTORY python/ DESTINATION ${modules} FILES_MATCHING PATTERN "*.py" 
 file( MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/package )
 file( CREATE_LINK ../../libKelPy.so ${CMAKE_BINARY_DIR}/package/_Kel.so SYMBOLIC )
 install( FILES ${CMAKE_BINARY_DIR}/package/_Kel.so DESTINATION ${modules} )
+
+install( TARGETS kel-agent kel-eval RUNTIME DESTINATION bin )
+install( FILES tools/man/kel-agent.1 tools/man/kel-eval.1 DESTINATION share/man/man1 )
 
 configure_package_config_file( cmake/KelPyConfig.cmake.in ${CMAKE_BINARY_DIR}/package/KelPyConfig.cmake
    INSTALL_DESTINATION ${package} )
