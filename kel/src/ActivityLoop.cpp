@@ -231,15 +231,20 @@ void ActivityLoop::joinOldThread() {
    }
 }
 
-// The child has the forking thread alone: a loop that ran on another one is no more. Its thread
-// object is left as it is, for there is nothing to join.
+// The child has the forking thread alone: a loop that ran on another one is no more, in the middle
+// of a delivery perhaps. Its thread object, also that of a loop that has ended, is left as it is,
+// for there is nothing to join.
 void ActivityLoop::afterForkInChild() {
    auto& loop = instance();
+   auto const self = std::this_thread::get_id();
    loop.waiting_ = false;
-   if( loop.running_ && loop.loopThread_ != std::this_thread::get_id() ) {
+   if( loop.running_ && loop.loopThread_ != self ) {
       loop.leave();
-      loop.ownThread_ = nullptr;
       loop.stopWanted_ = false;
+      NotifieeList::forgetDeliveries();
+   }
+   if( loop.ownThread_ && loop.ownThread_->get_id() != self ) {
+      loop.ownThread_ = nullptr;
    }
    // The eventfd is shared with the parent until now.
    int descriptor = eventfd( 0, EFD_CLOEXEC | EFD_NONBLOCK );

@@ -21,6 +21,8 @@ std::unordered_map< PtrInterface const*, std::unique_ptr< NotifieeList > >& list
 
 } // namespace
 
+constinit NotifieeList::Cursor* NotifieeList::cursors_ = nullptr;
+
 NotifieeList* NotifieeList::find( PtrInterface const* owner ) {
    auto at = lists().find( owner );
    return at == lists().end() ? nullptr : at->second.get();
@@ -70,8 +72,7 @@ void NotifieeList::remove( PtrInterface::NotifieeConst const* notifiee ) {
 // its reaction, so that one whose last other reference goes there ends behind it.
 template< class React >
 void NotifieeList::forEach( std::uint64_t change, React react ) {
-   Cursor cursor{ first_, cursors_ };
-   cursors_ = &cursor;
+   Cursor cursor( first_ );
    while( cursor.next ) {
       Ptr< PtrInterface::NotifieeConst > notifiee(
          const_cast< PtrInterface::NotifieeConst* >( cursor.next ) );
@@ -81,7 +82,6 @@ void NotifieeList::forEach( std::uint64_t change, React react ) {
          react( notifiee.get() );
       }
    }
-   cursors_ = cursor.outer;
 }
 
 void NotifieeList::deliver(

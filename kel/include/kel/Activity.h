@@ -37,7 +37,8 @@ class KEL_API ActivityManager : public Entity {
 
    ActivityManager();
    // Runs until stop() or, with stopOnQuiesce, until nothing is pending. Called with or without the
-   // activity lock. Throws InternalException if a loop runs already.
+   // activity lock. Throws InternalException if a loop runs already. What a reactor throws ends it
+   // and comes out here; on the thread of start() it ends the process.
    void run();
    // Delivers what is pending and due, then returns. While a loop runs on another thread it waits
    // until that one is idle.

@@ -3,6 +3,8 @@
 // under the activity lock.
 #pragma once
 
+#include <utility>
+
 #include <kel/GenericIf.h>
 #include <kel/KelAttr.h>
 #include <kel/Ptr.h>
@@ -65,14 +67,22 @@ class KEL_API NotifieeList {
    // up the activity lock, add, drop and end notifiees, also the one that runs.
    void deliver( std::uint64_t change, KelAttr attr, Ptr< GenericIf const > const& key );
    void deliverZombie( std::uint64_t change );
+   // For a forked child, which has none of the threads that delivered in its parent.
+   static void forgetDeliveries() { cursors_ = nullptr; }
 
  private:
    friend class PtrInterface::NotifieeConst;
 
    // A delivery under way; it is moved on when the notifiee that it stands before goes.
    struct Cursor {
+      explicit Cursor( PtrInterface::NotifieeConst const* first )
+         : next( first ), outer( std::exchange( cursors_, this ) ) {}
+      Cursor( Cursor const& ) = delete;
+      Cursor& operator=( Cursor const& ) = delete;
+      ~Cursor() { cursors_ = outer; }
+
       PtrInterface::NotifieeConst const* next;
-      Cursor* outer;
+      Cursor* const outer;
    };
 
    template< class React >
@@ -83,7 +93,7 @@ class KEL_API NotifieeList {
    PtrInterface const* owner_;
    PtrInterface::NotifieeConst const* first_ = nullptr;
    PtrInterface::NotifieeConst const* last_ = nullptr;
-   Cursor* cursors_ = nullptr;
+   static Cursor* cursors_; // all that are under way; activity lock
 };
 
 // Told of every attribute of an object, by its handle and the member's key.

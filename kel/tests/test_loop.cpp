@@ -1,0 +1,165 @@
+// What the activity loop withstands: reactors that throw or never come to rest, threads that fail
+// to start, forks in the middle of its work.
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <functional>
+#include <future>
+#include <system_error>
+#include <thread>
+
+#include <kel/Activity.h>
+#include <kel/Clock.h>
+#include <kel/Notifiee.h>
+#include <kel/System.h>
+
+#include "ChildProcess.h"
+#include "GenericHelp.h"
+#include "TestUnit.h"
+
+using namespace Kel;
+using namespace Unit;
+
+namespace {
+
+constexpr Seconds past( 1 );
+
+ActivityManager& manager() {
+   return *static_cast< ActivityManager* >( Entity::singleton( "Kel::ActivityManager" ).get() );
+}
+
+class Reactor : public GenericIf::NotifieeConst {
+ public:
+   Reactor( Ptr< GenericIf const > notifier, std::function< void() > react )
+      : GenericIf::NotifieeConst( std::move( notifier ) ), react_( std::move( react ) ) {}
+   void onAttribute( KelAttr, Ptr< GenericIf const > const& ) override { react_(); }
+
+ private:
+   std::function< void() > react_;
+};
+
+class Timer : public Clock::NotifieeConst {
+ public:
+   explicit Timer( std::function< void() > react ) : react_( std::move( react ) ) {
+      notifierIs( Clock::instance() );
+   }
+   void onAttribute( AttributeId, void const* ) override { react_(); }
+
+ private:
+   std::function< void() > react_;
+};
+
+struct Loop : testing::Test {
+   Locked locked;
+   Ptr< Box > box = newObject< Box >( String( "box" ) );
+   std::string seen;
+
+   Ptr< Reactor > reactor( std::function< void() > react ) {
+      return newObject< Reactor >( KelType::genericIf( box.get(), false ), std::move( react ) );
+   }
+   Ptr< Reactor > noting( char const* what ) {
+      return reactor( [this, what] { seen += what; } );
+   }
+   void change() { box->priceIs( { box->price().cents + 1 } ); }
+};
+
+// Overwrites what a function that has returned, or a thread that is gone, left on its stack.
+[[gnu::noinline]] void overwriteStack( std::function< void() > const& meanwhile ) {
+   char used[200'000];
+   std::memset( used, 0xab, sizeof used );
+   meanwhile();
+   asm volatile( "" : : "r"( used ) : "memory" );
+}
+
+// Where overwriteStack reaches on a stack of the same place.
+[[gnu::noinline]] void runDownTheStack() {
+   char unused[50'000];
+   manager().run();
+   asm volatile( "" : : "r"( unused ) : "memory" );
+}
+
+void waitUntilStopped() {
+   for( bool running = true; running; ) {
+      UnlockAnchor const unlocked( activityLock() );
+      std::this_thread::yield();
+      LockAnchor const locked( activityLock() );
+      running = manager().isRunning();
+   }
+}
+
+} // namespace
+
+TEST_F( Loop, lets_out_what_a_reactor_throws_and_goes_on_in_the_next_run ) {
+   auto throwing = reactor( [this] {
+      seen += "x";
+      throw 7;
+   } );
+   auto const other = noting( "o" );
+   change();
+   change();
+   EXPECT_THROW( manager().runUntilIdle(), int );
+   EXPECT_FALSE( manager().isRunning() );
+   overwriteStack( [&] { throwing = nullptr; } );
+   manager().runUntilIdle();
+   EXPECT_EQ( seen, "xo" );
+}
+
+TEST_F( Loop, of_another_thread_is_over_in_a_child_in_the_middle_of_a_reaction_too ) {
+   std::promise< void > reached, forked;
+   bool isParent = true;
+   auto const one = reactor( [&] {
+      if( !isParent ) {
+         seen += "1";
+         return;
+      }
+      UnlockAnchor const unlocked( activityLock() );
+      reached.set_value();
+      forked.get_future().wait();
+   } );
+   auto two = noting( "2" );
+   change();
+   std::thread loop( runDownTheStack );
+   {
+      UnlockAnchor const unlocked( activityLock() );
+      reached.get_future().wait();
+   }
+   auto const outcome = Testing::inChild( [&] {
+      // On the stack of the thread that is gone, as the C library keeps it.
+      std::thread( overwriteStack, [&] { two = nullptr; } ).join();
+      if( manager().isRunning() ) {
+         return 1;
+      }
+      isParent = false;
+      auto const three = noting( "3" );
+      change();
+      manager().runUntilIdle();
+      return seen == "13" ? 0 : 2;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 );
+   forked.set_value();
+   manager().stop();
+   UnlockAnchor const unlocked( activityLock() );
+   loop.join();
+}
+
+TEST_F( Loop, of_a_child_waits_for_no_thread_of_its_parent ) {
+   manager().start();
+   manager().stop();
+   waitUntilStopped();
+   auto const outcome = Testing::inChild( [] {
+      // It may get the place of the one that ran the loop in the parent.
+      std::promise< void > end;
+      std::thread other( [&] { end.get_future().wait(); } );
+      manager().start();
+      manager().stop();
+      waitUntilStopped();
+      end.set_value();
+      other.join();
+      return 0;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 );
+   manager().runUntilIdle();
+}
