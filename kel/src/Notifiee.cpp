@@ -11,8 +11,8 @@ namespace Kel {
 
 namespace {
 
-// Objects without notifiees pay one flag; the lists of the others stand here. Activity lock. Never
-// freed, since objects may outlive the static objects of the process.
+// Objects that nobody is told of pay two flags; the lists of the others stand here. Activity lock.
+// Never freed, since objects may outlive the static objects of the process.
 std::unordered_map< PtrInterface const*, std::unique_ptr< NotifieeList > >& lists() {
    static auto* const lists =
       new std::unordered_map< PtrInterface const*, std::unique_ptr< NotifieeList > >();
@@ -32,6 +32,7 @@ NotifieeList& NotifieeList::of( PtrInterface const* owner ) {
    auto& list = lists()[owner];
    if( !list ) {
       list = std::make_unique< NotifieeList >( owner );
+      owner->hasNotifieeList_ = true;
    }
    return *list;
 }

@@ -23,13 +23,13 @@ void flagIs( std::uint32_t& word, std::uint32_t bit, bool on ) {
 } // namespace
 
 PtrInterface::~PtrInterface() {
-   if( hasNotifiees_ ) {
+   if( hasNotifieeList_ ) {
       NotifieeList::drop( this );
    }
 }
 
 NotifieeList* PtrInterface::notifieeList() const {
-   return hasNotifiees_ ? NotifieeList::find( this ) : nullptr;
+   return hasNotifieeList_ ? NotifieeList::find( this ) : nullptr;
 }
 
 void PtrInterface::hasNotificationActiveIs( bool active ) {

@@ -107,6 +107,16 @@ TEST_F( Loop, lets_out_what_a_reactor_throws_and_goes_on_in_the_next_run ) {
    EXPECT_EQ( seen, "xo" );
 }
 
+TEST_F( Loop, keeps_nothing_of_an_object_that_is_gone ) {
+   auto one = noting( "1" );
+   PtrInterface const* const address = box.get();
+   EXPECT_EQ( NotifieeList::find( address ), box->notifieeList() );
+   one = nullptr;
+   EXPECT_TRUE( !box->notifieeList() || box->notifieeList()->empty() );
+   box = nullptr;
+   EXPECT_EQ( NotifieeList::find( address ), nullptr );
+}
+
 TEST_F( Loop, of_another_thread_is_over_in_a_child_in_the_middle_of_a_reaction_too ) {
    std::promise< void > reached, forked;
    bool isParent = true;

@@ -180,7 +180,8 @@ class KEL_API PtrInterface {
    std::uint32_t loadWord() const noexcept { return __atomic_load_n( &word_, __ATOMIC_RELAXED ); }
 
    mutable std::uint32_t word_ = 0;
-   mutable bool hasNotifiees_ = false; // activity lock
+   mutable bool hasNotifiees_ = false;    // activity lock
+   mutable bool hasNotifieeList_ = false; // activity lock
 };
 
 } // namespace Kel
