@@ -81,7 +81,8 @@ void ActivityLoop::deliver( Change const& change ) {
 void ActivityLoop::fire( Clock::NotifieeConst* timer ) {
    Ptr< Clock::NotifieeConst > kept( timer );
    timer->timeMinIs( Seconds( 0 ) );
-   if( timer->hasNotificationActive() && !timer->kelMarkedForDeletion() ) {
+   if( timer->isRegisteredNotifiee() && timer->hasNotificationActive() &&
+       !timer->kelMarkedForDeletion() ) {
       timer->onAttribute( Clock::reachedTime, nullptr );
    }
 }
@@ -90,20 +91,24 @@ bool ActivityLoop::isPending() const {
    return !changes_.empty() || timers_.due( System::currentTime().value() );
 }
 
-// One change or one due timer; false if nothing is pending. Changes go first, since a timer may be
-// armed for ever in the past.
+// One change or one due timer; false if nothing is pending. The changes of a round go first, since
+// a timer may be armed for ever in the past; then comes one timer, since a reactor may change
+// something each time that it is told. What they change belongs to the next round.
 bool ActivityLoop::reactOnce() {
-   if( !changes_.empty() ) {
-      Change change = std::move( changes_.front() );
-      changes_.pop_front();
-      deliver( change );
-      return true;
+   if( changes_.empty() || changes_.front().number > roundEnd_ ) {
+      auto* const timer = timers_.due( System::currentTime().value() );
+      if( timer ) {
+         fire( timer );
+      }
+      roundEnd_ = lastChange_;
+      if( timer || changes_.empty() ) {
+         return timer;
+      }
    }
-   if( auto* timer = timers_.due( System::currentTime().value() ) ) {
-      fire( timer );
-      return true;
-   }
-   return false;
+   Change const change = std::move( changes_.front() );
+   changes_.pop_front();
+   deliver( change );
+   return true;
 }
 
 void ActivityLoop::enter() {
@@ -112,6 +117,7 @@ void ActivityLoop::enter() {
    }
    running_ = true;
    idle_ = false;
+   roundEnd_ = lastChange_;
    loopThread_ = std::this_thread::get_id();
 }
 
@@ -163,6 +169,7 @@ void ActivityLoop::wait() {
       }
    }
    idle_ = false;
+   roundEnd_ = lastChange_;
    waiting_.store( false, std::memory_order_seq_cst );
 }
 
@@ -184,7 +191,6 @@ void ActivityLoop::runUntilIdle() {
       ActivityLoop* loop;
       ~Leave() { loop->leave(); }
    } leave{ this };
-   // A timer that arms itself for a time in the past waits for the next look at the clock.
    while( !stopWanted_ && reactOnce() ) {
    }
    stopWanted_ = false;

@@ -107,6 +107,50 @@ TEST_F( Loop, lets_out_what_a_reactor_throws_and_goes_on_in_the_next_run ) {
    EXPECT_EQ( seen, "xo" );
 }
 
+TEST_F( Loop, fires_timers_among_changes_that_never_end ) {
+   int changes = 0;
+   bool fired = false;
+   auto const endless = reactor( [&] {
+      if( ++changes < 1000 && !fired ) {
+         change();
+      }
+   } );
+   auto const timer = newObject< Timer >( [&] { fired = true; } );
+   timer->timeMinIs( past );
+   change();
+   manager().runUntilIdle();
+   EXPECT_TRUE( fired );
+   EXPECT_EQ( changes, 2 );
+}
+
+TEST_F( Loop, tells_of_what_a_timer_changed_before_the_next_timer_fires ) {
+   auto const told = noting( "c" );
+   std::vector< Ptr< Timer > > timers;
+   for( int i = 0; i < 3; ++i ) {
+      timers.push_back( newObject< Timer >( [this] {
+         seen += "t";
+         change();
+         change();
+      } ) );
+      timers.back()->timeMinIs( past );
+   }
+   change();
+   manager().runUntilIdle();
+   EXPECT_EQ( seen, "ctcctcctcc" );
+}
+
+TEST_F( Loop, does_not_fire_a_timer_that_is_not_registered ) {
+   auto const timer = newObject< Timer >( [this] { seen += "t"; } );
+   timer->isRegisteredNotifieeIs( false );
+   timer->timeMinIs( past );
+   manager().runUntilIdle();
+   EXPECT_EQ( seen, "" );
+   timer->isRegisteredNotifieeIs( true );
+   timer->timeMinIs( past );
+   manager().runUntilIdle();
+   EXPECT_EQ( seen, "t" );
+}
+
 TEST_F( Loop, keeps_nothing_of_an_object_that_is_gone ) {
    auto one = noting( "1" );
    PtrInterface const* const address = box.get();

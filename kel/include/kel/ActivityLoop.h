@@ -90,6 +90,7 @@ class KEL_API ActivityLoop {
    std::deque< Change > changes_;     // activity lock
    TimerQueue timers_;                // activity lock
    std::uint64_t lastChange_ = 0;     // activity lock
+   std::uint64_t roundEnd_ = 0;       // activity lock: the last change ahead of the next due timer
    bool running_ = false;             // activity lock
    bool idle_ = true;                 // activity lock: nothing pending, or no loop
    bool stopWanted_ = false;          // activity lock
