@@ -218,12 +218,17 @@ void ActivityLoop::start() {
    joinOldThread();
    enter();
    loopThread_ = {};
-   ownThread_ = new std::thread( [this] {
-      crashStackForThread();
-      LockAnchor locked( activityLock() );
-      loopThread_ = std::this_thread::get_id();
-      loopUntilStopped();
-   } );
+   try {
+      ownThread_ = new std::thread( [this] {
+         crashStackForThread();
+         LockAnchor locked( activityLock() );
+         loopThread_ = std::this_thread::get_id();
+         loopUntilStopped();
+      } );
+   } catch( ... ) {
+      leave();
+      throw;
+   }
 }
 
 // A thread whose loop has ended is joined by the next to run one; it needs no lock any more by

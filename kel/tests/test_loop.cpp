@@ -161,6 +161,32 @@ TEST_F( Loop, keeps_nothing_of_an_object_that_is_gone ) {
    EXPECT_EQ( NotifieeList::find( address ), nullptr );
 }
 
+TEST_F( Loop, that_gets_no_thread_can_be_started_again ) {
+   auto const outcome = Testing::inChild( [] {
+      pthread_attr_t usual, huge;
+      pthread_getattr_default_np( &usual );
+      pthread_attr_init( &huge );
+      pthread_attr_setstacksize( &huge, std::size_t( 1 ) << 60 );
+      pthread_setattr_default_np( &huge );
+      try {
+         manager().start();
+         return 1;
+      } catch( std::system_error const& ) {
+      }
+      pthread_setattr_default_np( &usual );
+      if( manager().isRunning() ) {
+         return 2;
+      }
+      manager().start();
+      manager().stop();
+      waitUntilStopped();
+      return 0;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 );
+}
+
+// A child has none of the threads of its parent.
+
 TEST_F( Loop, of_another_thread_is_over_in_a_child_in_the_middle_of_a_reaction_too ) {
    std::promise< void > reached, forked;
    bool isParent = true;
