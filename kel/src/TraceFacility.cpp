@@ -1,14 +1,17 @@
 #include <kel/TraceFacility.h>
 
-#include <cstdlib>
+#include <unistd.h>
 
 #include <kel/Schema.h>
+
+#include "TraceConfig.h"
 
 namespace Kel {
 
 TraceDestination TraceFacility::destination() const {
-   return std::getenv( "KEL_TRACE_FILE" ) ? TraceDestination::file
-                                          : TraceDestination::standardError;
+   return Impl::TraceConfig::instance().descriptor() == STDERR_FILENO
+             ? TraceDestination::standardError
+             : TraceDestination::file;
 }
 
 char const* Impl::traceFacilityName( TraceFacility const* facility ) {

@@ -19,7 +19,7 @@ class KEL_API TraceFacility : public Entity {
    using FacilityLevel = ::Kel::FacilityLevel;
 
    using Entity::Entity;
-   // Where the lines of this process go, as KEL_TRACE_FILE says.
+   // Where the lines of this process go: to the file only if that could be opened.
    TraceDestination destination() const;
 };
 

@@ -3,7 +3,10 @@
 The environment is read once a process, so whatever writes does so in a child.
 """
 
+import os
 import re
+import shutil
+import tempfile
 import unittest
 
 import _Kel
@@ -20,7 +23,8 @@ FACILITY = 'facility = _Kel.singleton("Kel::TraceFacility")\n'
 def traced(source, trace="", **env):
     """What the script wrote to standard error, line by line, behind time, process and thread."""
     outcome = in_child("import _Kel\n" + FACILITY + source, env=dict(env, KEL_TRACE=trace)).expect()
-    return [LINE.match(line).group(3) for line in outcome.err.splitlines(True)]
+    return [LINE.match(line).group(3) for line in outcome.err.splitlines(True)
+            if not line.startswith("cannot open the trace file")]
 
 
 class Lines(unittest.TestCase):
@@ -68,6 +72,33 @@ for level in range(-2, 12):
     def test_numbers_may_be_negative_and_longs(self):
         self.assertEqual(traced('_Kel.trace_h(None, "f", -1, "g", "m", 0L)'),
                          ["default 0 f:-1 g: m"])
+
+
+class Destination(unittest.TestCase):
+
+    def test_it_is_the_file_only_where_lines_go_there(self):
+        folder = tempfile.mkdtemp()
+        try:
+            path = os.path.join(folder, "trace")
+            for name, destination in [(path, "file"), ("", "standardError"),
+                                      (os.path.join(path, "not a folder"), "standardError")]:
+                lines = traced('_Kel.trace_h(facility, "f", 1, "g", facility.destination, 0)',
+                               trace="", KEL_TRACE_FILE=name)[-1:]
+                if name == path:
+                    self.assertEqual(lines, [])
+                    with open(path) as written:
+                        lines = [LINE.match(written.read()).group(3)]
+                self.assertEqual(lines, ["python 0 f:1 g: " + destination])
+        finally:
+            shutil.rmtree(folder)
+
+    def test_the_environment_of_later_does_not_move_it(self):
+        self.assertEqual(traced("""
+_Kel.trace_h(facility, "f", 1, "g", facility.destination, 0)
+import ctypes
+ctypes.CDLL(None).setenv("KEL_TRACE_FILE", "/dev/null", 1)
+_Kel.trace_h(facility, "f", 1, "g", facility.destination, 0)
+"""), ["python 0 f:1 g: standardError"] * 2)
 
 
 class Suppression(unittest.TestCase):
