@@ -205,7 +205,7 @@ class _Run(object):
     def _makeSocketFolder(self, folder):
         makePrivateFolder(folder)
         # Only there does the lock keep other agents of the user from entering it just now.
-        if os.path.dirname(folder) == os.path.realpath(self._directory):
+        if os.path.dirname(folder) == self._directory:
             self._socketFolder = folder
 
     def _removeSocketFolder(self):

@@ -8,6 +8,8 @@ import socket
 import stat
 import time
 
+from _PyServerWire import now
+
 AGENT_FILE_LIMIT = 128  # bytes; readers take no more
 SOCKET_NAME_LIMIT = 107  # bytes
 
@@ -61,13 +63,13 @@ class DirectoryLock(object):
         os.close(descriptor)
 
     def _lock(self):
-        pauses = int(self._timeout / _LOCK_PAUSE)
+        # Not a call that waits: nothing would end that at the deadline.
+        end = now() + self._timeout
         while not _tryLock(self._descriptor):
-            if pauses <= 0:
+            if now() >= end:
                 raise Error("%s is locked by another process for %s seconds already" % (
                     self._path, self._timeout))
-            pauses -= 1
-            _pause(_LOCK_PAUSE)
+            time.sleep(_LOCK_PAUSE)
 
 
 class AgentFile(object):
@@ -137,13 +139,12 @@ class AgentFile(object):
 
 
 def defaultSocketName(directory, fileName):
-    """Where the socket of an agent is by default.
+    """Where the socket of an agent is by default; `directory` is the absolute path of its file's.
 
     That is in a folder of the user's own below the agent directory; in one below /tmp, by a
     name that stands for the former, if that were too long.
     """
     uid = os.geteuid()
-    directory = os.path.realpath(directory)
     path = os.path.join(directory, ".sockets-%d" % uid, fileName)
     if len(path) <= SOCKET_NAME_LIMIT and "\n" not in path:
         return path
@@ -279,10 +280,3 @@ def _retried(function, *args):
         except EnvironmentError as error:
             if error.errno != errno.EINTR:
                 raise
-
-
-def _pause(seconds):
-    try:
-        time.sleep(seconds)
-    except IOError:
-        pass  # a signal; the caller looks again anyway

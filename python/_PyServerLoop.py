@@ -20,7 +20,6 @@ from _PyServerWire import Closed, Late, Rubbish
 REPLY_LIMIT = 64 * 1024 * 1024  # bytes of a result
 
 _ACCEPT_PAUSE = 0.2  # seconds, after a connection could not be taken for want of something
-_DRAIN_SECONDS = 1.0
 _LISTENING_SECONDS = 2.0  # far above what the loop needs to end
 _LARGE = 64 * 1024  # bytes; what is larger is not copied to stand behind its head
 _SOCK_CLOEXEC = 0o2000000
@@ -227,7 +226,7 @@ class Connection(threading.Thread):
         except Rubbish as rubbish:
             self._loop.trace(1, "closes a connection: %s" % rubbish)
             self._reply(_PyServerWire.FAILURE, str(rubbish))
-            self._stream.deadlineIn(_DRAIN_SECONDS, "")
+            self._stream.deadlineIn(limits.frame, "")
             self._stream.drain()
 
     def _serveOne(self, limits):

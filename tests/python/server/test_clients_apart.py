@@ -9,11 +9,13 @@ import resource
 import signal
 import socket
 import struct
+import sys
 import threading
 import time
 import unittest
 
 import _PyServerLoop
+import _PyServerWire
 from kel_testing import wait_until
 from serving import ServerCase, frame
 
@@ -62,8 +64,24 @@ class Rubbish(Apart):
         self.begin(port=0)
         for address in (self.server.socketName, self.server.port):
             client = self.client(address)
-            client.socket.sendall("?1\xff\xff\xff\xff" + "x" * 100000)
+            client.socket.sendall("?1\xff\xff\xff\xff" + "x" * 20000000)
             self.assertEqual(client.reply()[0], "ER")
+
+    def test_a_flood_behind_a_refusal_is_taken_for_a_while_only(self):
+        class Flood(object):
+            fileno = sys.stdin.fileno
+
+            def setblocking(self, _):
+                pass
+
+            shutdown = setblocking
+
+            def recv(self, size):
+                return "x" * size
+
+        stream = _PyServerWire.Stream(Flood())
+        stream.deadlineIn(0.1, "")
+        stream.drain()
 
     def test_random_bytes_harm_nobody(self):
         self.begin()

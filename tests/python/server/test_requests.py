@@ -211,8 +211,24 @@ class Failures(ServerCase):
         text = self.failure("told(500)")
         self.assertTrue(text.startswith("Traceback (most recent call last):\n  ...\n  File "))
         self.assertTrue(text.endswith("\nZeroDivisionError: integer division or modulo by zero"))
-        self.assertLessEqual(len(text), 2000)
+        self.assertEqual(text.count("  File "), 12)
         self.assertIn("recursion depth exceeded", self.failure("told(10 ** 6)"))
+
+    def test_frames_with_long_names_are_told_as_far_as_there_is_room(self):
+        name = "n" * 130
+        self.served.execute("def %s(n):\n    return %s(n - 1) if n else 1 / 0" % (name, name))
+        text = self.failure(name + "(500)")
+        self.assertGreater(len(text), 1600)
+        self.assertLessEqual(len(text), 2000)
+        self.assertTrue(text.endswith("\nZeroDivisionError: integer division or modulo by zero"))
+        self.addCleanup(vars(__main__).pop, name)
+
+    def test_the_source_of_another_text_is_not_made_up(self):
+        self.served.execute("class told(object):\n    __str__ = lambda self: 1 / 0")
+        self.assertEqual(self.failure("0 or\\\n  told()"), (
+            'Traceback (most recent call last):\n'
+            '  File "<agent>", line 2, in <lambda>\n'
+            'ZeroDivisionError: integer division or modulo by zero'))
 
     def test_a_long_message_is_cut_and_the_rest_counted(self):
         text = self.failure("raise ValueError('a' * 3000000)", execute=True)
