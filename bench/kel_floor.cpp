@@ -3,16 +3,12 @@
 // released last. `Thing` makes one turn of the locks for each operation; `SameTurns` makes as many
 // as the operations of _Kel do, which convert a value with the GIL under the activity lock and let
 // go of objects under it.
-#include <Python.h>
-
-#include <pthread.h>
+#include "Turn.h"
 
 #include <cstdlib>
 #include <string>
 
 namespace {
-
-pthread_mutex_t mutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
 
 class Model {
  public:
@@ -21,6 +17,9 @@ class Model {
    virtual void levelIs( unsigned level ) { level_ = level; }
    virtual std::string const& text() const { return text_; }
    virtual void textIs( std::string text ) { text_ = std::move( text ); }
+
+   virtual unsigned color() const { return 1; }
+   virtual int add( int a, int b ) const { return a + b; }
 
    Model* next = nullptr;
 
@@ -38,28 +37,6 @@ struct FloorObject {
 Model* modelOf( PyObject* self ) {
    return reinterpret_cast< FloorObject* >( self )->model;
 }
-
-// The GIL released and the mutex held, then, from gilIsBack() on, both; the mutex goes last.
-class Turn {
- public:
-   Turn() : state_( PyEval_SaveThread() ), owns_( pthread_mutex_lock( &mutex ) == 0 ) {}
-   ~Turn() {
-      if( owns_ ) {
-         pthread_mutex_unlock( &mutex );
-      }
-      if( state_ ) {
-         PyEval_RestoreThread( state_ );
-      }
-   }
-   void gilIsBack() {
-      PyEval_RestoreThread( state_ );
-      state_ = nullptr;
-   }
-
- private:
-   PyThreadState* state_;
-   bool owns_;
-};
 
 PyObject* level_get( PyObject* self, void* ) {
    Turn turn;
@@ -94,10 +71,8 @@ int level_set( PyObject* self, PyObject* value, void* ) {
 // Converts under the mutex, with a second turn of the GIL.
 int level_set_same_turns( PyObject* self, PyObject* value, void* ) {
    Turn turn;
-   PyGILState_STATE state = PyGILState_Ensure();
    long level;
-   bool fits = asLevel( value, level );
-   PyGILState_Release( state );
+   bool fits = turn.withGil( [&] { return asLevel( value, level ); } );
    if( fits ) {
       modelOf( self )->levelIs( static_cast< unsigned >( level ) );
    }
@@ -111,12 +86,20 @@ PyObject* text_get( PyObject* self, void* ) {
    return PyString_FromStringAndSize( text.data(), text.size() );
 }
 
-int text_set( PyObject* self, PyObject* value, void* ) {
+bool asText( PyObject* value, std::string& text ) {
    if( !value || !PyString_Check( value ) ) {
       PyErr_SetString( PyExc_TypeError, "expected a str" );
+      return false;
+   }
+   text.assign( PyString_AS_STRING( value ), PyString_GET_SIZE( value ) );
+   return true;
+}
+
+int text_set( PyObject* self, PyObject* value, void* ) {
+   std::string text;
+   if( !asText( value, text ) ) {
       return -1;
    }
-   std::string text( PyString_AS_STRING( value ), PyString_GET_SIZE( value ) );
    Turn turn;
    modelOf( self )->textIs( std::move( text ) );
    return 0;
@@ -124,18 +107,45 @@ int text_set( PyObject* self, PyObject* value, void* ) {
 
 int text_set_same_turns( PyObject* self, PyObject* value, void* ) {
    Turn turn;
-   PyGILState_STATE state = PyGILState_Ensure();
-   bool fits = value && PyString_Check( value );
-   std::string text =
-      fits ? std::string( PyString_AS_STRING( value ), PyString_GET_SIZE( value ) ) : std::string();
-   if( !fits ) {
-      PyErr_SetString( PyExc_TypeError, "expected a str" );
-   }
-   PyGILState_Release( state );
+   std::string text;
+   bool fits = turn.withGil( [&] { return asText( value, text ); } );
    if( fits ) {
       modelOf( self )->textIs( std::move( text ) );
    }
    return fits ? 0 : -1;
+}
+
+// The name of an enum's constant.
+PyObject* color_get( PyObject* self, void* ) {
+   static PyObject* const names[] = {
+      PyString_InternFromString( "red" ), PyString_InternFromString( "blue" ) };
+   Turn turn;
+   unsigned color = modelOf( self )->color();
+   turn.gilIsBack();
+   Py_INCREF( names[color] );
+   return names[color];
+}
+
+PyObject* floor_add( PyObject* self, PyObject* args ) {
+   int a, b;
+   if( !PyArg_ParseTuple( args, "ii", &a, &b ) ) {
+      return nullptr;
+   }
+   Turn turn;
+   int sum = modelOf( self )->add( a, b );
+   turn.gilIsBack();
+   return PyInt_FromLong( sum );
+}
+
+PyObject* floor_add_same_turns( PyObject* self, PyObject* args ) {
+   Turn turn;
+   int a, b;
+   if( !turn.withGil( [&] { return PyArg_ParseTuple( args, "ii", &a, &b ); } ) ) {
+      return nullptr;
+   }
+   int sum = modelOf( self )->add( a, b );
+   turn.gilIsBack();
+   return PyInt_FromLong( sum );
 }
 
 PyObject* wrap( PyTypeObject* type, Model* model, bool owns ) {
@@ -196,22 +206,36 @@ PyGetSetDef oneTurn[] = {
    { literal( "level" ), level_get, level_set, nullptr, nullptr },
    { literal( "text" ), text_get, text_set, nullptr, nullptr },
    { literal( "next" ), next_get, nullptr, nullptr, nullptr },
+   { literal( "color" ), color_get, nullptr, nullptr, nullptr },
    { nullptr, nullptr, nullptr, nullptr, nullptr },
 };
 PyGetSetDef sameTurns[] = {
    { literal( "level" ), level_get, level_set_same_turns, nullptr, nullptr },
    { literal( "text" ), text_get, text_set_same_turns, nullptr, nullptr },
    { literal( "next" ), next_get, nullptr, nullptr, nullptr },
+   { literal( "color" ), color_get, nullptr, nullptr, nullptr },
    { nullptr, nullptr, nullptr, nullptr, nullptr },
 };
 
-PyTypeObject* newType( char const* name, PyGetSetDef* getset, destructor dealloc ) {
+PyMethodDef oneTurnMethods[] = {
+   { "add", floor_add, METH_VARARGS, nullptr },
+   { nullptr, nullptr, 0, nullptr },
+};
+PyMethodDef sameTurnsMethods[] = {
+   { "add", floor_add_same_turns, METH_VARARGS, nullptr },
+   { nullptr, nullptr, 0, nullptr },
+};
+
+PyTypeObject* newType( char const* name, PyGetSetDef* getset, destructor dealloc,
+   PyMethodDef* methods = nullptr, PyTypeObject* base = nullptr ) {
    auto* type = static_cast< PyTypeObject* >( std::calloc( 1, sizeof( PyTypeObject ) ) );
    Py_REFCNT( type ) = 1;
    type->tp_name = name;
    type->tp_basicsize = sizeof( FloorObject );
-   type->tp_flags = Py_TPFLAGS_DEFAULT;
+   type->tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE;
    type->tp_getset = getset;
+   type->tp_methods = methods;
+   type->tp_base = base;
    type->tp_new = floor_new;
    type->tp_dealloc = dealloc;
    return PyType_Ready( type ) < 0 ? nullptr : type;
@@ -249,8 +273,15 @@ extern "C" __attribute__( ( visibility( "default" ) ) ) void initkel_floor() {
    PyEval_InitThreads();
    PyObject* module = Py_InitModule( "kel_floor", functions );
    if( module ) {
-      addType( module, "Thing", newType( "kel_floor.Thing", oneTurn, floor_dealloc ) );
+      PyTypeObject* deep =
+         newType( "kel_floor.Thing", oneTurn, floor_dealloc, oneTurnMethods );
+      addType( module, "Thing", deep );
       addType( module, "SameTurns",
-         newType( "kel_floor.SameTurns", sameTurns, floor_dealloc_same_turns ) );
+         newType(
+            "kel_floor.SameTurns", sameTurns, floor_dealloc_same_turns, sameTurnsMethods ) );
+      for( int depth = 2; depth <= 4; ++depth ) {
+         deep = newType( "kel_floor.Deep", nullptr, floor_dealloc, nullptr, deep );
+      }
+      addType( module, "Deep", deep );
    }
 }

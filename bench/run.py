@@ -14,6 +14,7 @@ import _Kel
 import acme
 import kel_floor
 import kel_many_types
+import operations
 import reactions
 import scale
 
@@ -30,7 +31,7 @@ def timed(statement, names, loops):
     return lambda: names["run"](xrange(loops), time.time)
 
 
-def best(subjects, rounds, loops):
+def best(subjects, rounds, loops, each):
     """Least ns an operation for each (name, statement, names), empty loop taken off."""
     runs = [(name, timed(statement, names, loops)) for name, statement, names in subjects]
     empty = timed("pass", {}, loops)
@@ -43,44 +44,9 @@ def best(subjects, rounds, loops):
             seconds = run()
             least[name] = min(least[name], seconds)
             spread[name] = max(spread[name], seconds)
-    scale = 1e9 / (loops * UNROLLED)
+    scale = 1e9 / (loops * UNROLLED * each)
     return dict((name, ((least[name] - least_empty) * scale, (spread[name] - least_empty) * scale))
                 for name, _ in runs)
-
-
-def attribute_rows(rounds, loops):
-    badge = acme.Badge("a text of some length", 1)
-    thing = acme.Thing("thing")
-    thing.note = "a text of some length"
-    item = acme.Item("item", 1)
-    item.parent = item
-    floor, same = kel_floor.Thing(), kel_floor.SameTurns()
-    rows = [
-        ("U32 read", "o.level", badge),
-        ("U32 write", "o.level = 5", badge),
-        ("str read", "o.text", badge),
-        ("str write", "o.%s = 'a text of some length'", thing),
-        ("pointer read and drop of its wrapper", "o.%s", item),
-    ]
-    ours = {"str write": "note", "pointer read and drop of its wrapper": "parent"}
-    theirs = {"str write": "text", "pointer read and drop of its wrapper": "next"}
-    for title, statement, mine in rows:
-        def spell(names):
-            return statement % names[title] if title in names else statement
-        yield title, best([
-            ("kel", spell(ours), {"o": mine}),
-            ("floor", spell(theirs), {"o": floor}),
-            ("same turns", spell(theirs), {"o": same}),
-        ], rounds, loops)
-    item.parent = None
-
-
-def construct_rows(rounds, loops):
-    yield "construct and destroy, 2 arguments", best([
-        ("kel", "C('text', 1)", {"C": acme.Badge}),
-        ("floor", "C('text', 1)", {"C": kel_floor.Thing}),
-        ("same turns", "C('text', 1)", {"C": kel_floor.SameTurns}),
-    ], rounds, loops // 4 or 1)
 
 
 def class_row(classes, batch=20):
@@ -116,8 +82,9 @@ def main():
     parser.add_argument("--loops", type=int, default=20000, help="statements a round, in twenties")
     parser.add_argument("--json", help="write the figures to this file as well")
     options = parser.parse_args()
-    rows = list(attribute_rows(options.rounds, options.loops))
-    rows += construct_rows(options.rounds, options.loops)
+    rows = [(title, best(subjects, options.rounds, options.loops // slower or 1, each))
+            for title, slower, each, subjects in operations.rows()]
+    rows.append(operations.threads_row(options.rounds, options.loops // 4))
     rows.append(class_row(600))
     print "%s, Python %s, %d processors, least of %d rounds (of 600 classes: median)" % (
         platform.machine(), platform.python_version(), os.sysconf("SC_NPROCESSORS_ONLN"), options.rounds)
