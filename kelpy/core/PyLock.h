@@ -5,16 +5,33 @@
 #include <kelpy/core/PyPython.h>
 
 #include <kel/Lock.h>
+#include <kelpy/core/KelPyExport.h>
 
 namespace Kel {
+
+namespace Impl {
+
+// This thread's state while an anchor on its stack has released the GIL, whoever has taken it back
+// since; null without such an anchor. Python's own way to a thread's state takes a lock and goes
+// along a list of all threads.
+extern KELPY_API constinit thread_local PyThreadState* anchoredState
+   __attribute__( ( tls_model( "initial-exec" ) ) );
+
+} // namespace Impl
 
 // Releases the GIL, which the caller holds; the GIL is back at the end of its life.
 class GilUnlockAnchor {
  public:
-   GilUnlockAnchor() noexcept { gilHeldIs( false ); }
+   GilUnlockAnchor() noexcept : outerState_( Impl::anchoredState ) {
+      gilHeldIs( false );
+      Impl::anchoredState = threadState_;
+   }
    GilUnlockAnchor( GilUnlockAnchor const& ) = delete;
    GilUnlockAnchor& operator=( GilUnlockAnchor const& ) = delete;
-   ~GilUnlockAnchor() { gilHeldIs( true ); }
+   ~GilUnlockAnchor() {
+      gilHeldIs( true );
+      Impl::anchoredState = outerState_;
+   }
 
    // The field follows the call that releases, so that it never tells of a lock not yet given up.
    void gilHeldIs( bool held ) noexcept {
@@ -31,6 +48,7 @@ class GilUnlockAnchor {
    }
 
  private:
+   PyThreadState* const outerState_;
    PyThreadState* threadState_ = nullptr; // valid while the GIL is released
    bool gilHeld_ = true;
 };
@@ -59,13 +77,29 @@ class PyLockAnchor : public GilUnlockAnchor {
 // Holds the GIL for its lifetime, on any thread, whether or not the thread has it already.
 class GilAnchor {
  public:
-   GilAnchor() noexcept : state_( PyGILState_Ensure() ) {}
+   GilAnchor() noexcept : state_( Impl::anchoredState ) {
+      if( !state_ ) {
+         unanchored_ = PyGILState_Ensure();
+      } else if( state_ != _PyThreadState_Current ) {
+         PyEval_RestoreThread( state_ );
+      } else {
+         wasHeld_ = true; // only its own state tells a thread that it holds the GIL
+      }
+   }
    GilAnchor( GilAnchor const& ) = delete;
    GilAnchor& operator=( GilAnchor const& ) = delete;
-   ~GilAnchor() { PyGILState_Release( state_ ); }
+   ~GilAnchor() {
+      if( !state_ ) {
+         PyGILState_Release( unanchored_ );
+      } else if( !wasHeld_ ) {
+         PyEval_SaveThread();
+      }
+   }
 
  private:
-   PyGILState_STATE state_;
+   PyThreadState* const state_; // null on a thread without an anchor
+   PyGILState_STATE unanchored_ = PyGILState_UNLOCKED;
+   bool wasHeld_ = false;
 };
 
 } // namespace Kel
