@@ -1,5 +1,7 @@
 #include <kel/KelAttr.h>
 
+#include <array>
+
 #include <kel/Exception.h>
 #include <kel/TypeImpl.h>
 #include <kel/schema/CollectionBinding.h>
@@ -61,17 +63,63 @@ bool holds( TypeRow const& row, KelAttr attr ) {
    throw TypeException( _fmt( "%s needs an object", fullAttrName( attr ).charPtr() ) );
 }
 
+// Where the part of a base stands in an object, kept for the pairs of types asked for last. Bases
+// are not virtual, so a pair has one distance. Activity lock.
+class RecentBases {
+ public:
+   // The object or value seen as `base`; null if that is no base of its type.
+   void* address( GenericIf const* generic, KelType base ) {
+      KelType const type = generic->type();
+      auto* const own = const_cast< char* >( generic->attrValPtr< char >() );
+      Recent& recent = recent_[place( type, base )];
+      if( recent.type == type && recent.base == base ) [[likely]] {
+         return own + recent.distance;
+      }
+      auto* const found = static_cast< char* >( generic->voidPtrIs( base ) );
+      if( found ) {
+         recent = { type, base, found - own };
+      }
+      return found;
+   }
+
+ private:
+   struct Recent {
+      KelType type;
+      KelType base;
+      std::ptrdiff_t distance = 0;
+   };
+
+   static constexpr std::size_t places = 256;
+
+   static std::size_t place( KelType type, KelType base ) {
+      auto const record = reinterpret_cast< std::uintptr_t >( type.module() );
+      return ( ( record >> 5 ) + type.typeIndex() * 8u + base.typeIndex() ) % places;
+   }
+
+   std::array< Recent, places > recent_;
+};
+
+constinit RecentBases recentBases;
+
+void* addressAs( KelType owner, GenericIf const* generic ) {
+   if( generic->type() == owner ) {
+      return generic->voidPtrIs( owner );
+   }
+   return generic->kind() == GenericIf::Kind::ownPtr ? generic->voidPtrIs( owner )
+                                                     : recentBases.address( generic, owner );
+}
+
 // Finds the object as the attribute's owner sees it, and runs the attribute's operation. Reads and
 // writes, the common operations, have it in their own body.
-[[gnu::always_inline]] inline void runHere( AttrCall& call, GenericIfRef object ) {
-   KelAttr attr = call.attr;
+[[gnu::always_inline]] inline void runHere(
+   KelAttr const& attr, AttrCall& call, GenericIfRef object ) {
    KelType owner = attr.scope();
    if( !holds( owner.row(), attr ) ) [[unlikely]] {
       owner = findOwner( attr );
    }
    if( !attr.isStatic() ) {
       call.view = object.get();
-      call.object = object ? object->voidPtrIs( owner ) : nullptr;
+      call.object = object ? addressAs( owner, object.get() ) : nullptr;
       if( !call.object ) [[unlikely]] {
          throwNoObject( attr, owner, object );
       }
@@ -84,7 +132,7 @@ bool holds( TypeRow const& row, KelAttr attr ) {
 }
 
 void run( AttrCall& call, GenericIfRef object ) {
-   runHere( call, object );
+   runHere( call.attr, call, object );
 }
 
 [[noreturn]] void throwNotReadable( KelAttr attr ) {
@@ -134,14 +182,14 @@ Ptr< GenericIf > KelAttr::genericIfGet( GenericIfRef object, GenericIfRef key ) 
       throwNotReadable( *this );
    }
    AttrCall call{ .attr = *this, .op = AttributeOp::get, .key = key.get() };
-   runHere( call, object );
+   runHere( *this, call, object );
    return std::move( call.result );
 }
 
 void KelAttr::genericIfSet( GenericIfRef object, GenericIfRef key, GenericIfRef value ) const {
    requireChange( *this, object );
    AttrCall call{ .attr = *this, .op = AttributeOp::set, .key = key.get(), .value = value.get() };
-   runHere( call, object );
+   runHere( *this, call, object );
 }
 
 Ptr< GenericIf > KelAttr::genericIfSet( GenericIfRef object, ArgVector const& args ) const {

@@ -72,5 +72,6 @@ bool addAttrDescriptor( PyObject* dict, Kel::KelAttr attr, Kind kind ) {
    self->name = key.release();
    self->attr = attr;
    self->kind = kind;
+   self->lastClass = nullptr;
    return PyDict_SetItem( dict, self->name, object.get() ) == 0;
 }

@@ -19,6 +19,7 @@ struct PyGenericIfAttrDescriptor {
    PyObject* name; // owned; the interned key in the class's dictionary
    Kel::KelAttr attr;
    Kind kind;
+   PyTypeObject* lastClass; // borrowed, for ever: a class whose objects have the attribute, or null
 };
 
 extern KELPY_API PyTypeObject PyGenericIfAttrDescriptorType;

@@ -1,7 +1,6 @@
 #include <kelpy/classes/PyGenericIfClass.h>
 
 #include <new>
-#include <unordered_map>
 #include <utility>
 
 #include <kel/Assert.h>
@@ -10,11 +9,12 @@
 #include <kelpy/classes/PyGenericIfAttrDescriptor.h>
 #include <kelpy/classes/SlotTables.h>
 #include <kelpy/core/PyRef.h>
+#include <kelpy/core/TypeCache.h>
 
 namespace {
 
 // Filled here only, never shrinks, and holds the one reference on each class. GIL.
-std::unordered_map< Kel::KelType, PyTypeObject* > pyTypes;
+TypeCache< PyTypeObject* > pyTypes;
 
 void drop( PyObject*& field ) {
    PyRef::steal( std::exchange( field, nullptr ) );
@@ -151,20 +151,19 @@ PyTypeObject* createPyType( Kel::KelType type ) {
    }
    // Where the making runs a collection of garbage, what ends there may run Python code or let
    // other threads in, and somebody may have been faster: the first class stays.
-   auto const [stored, isFirst] = pyTypes.emplace( type, &cls.type() );
-   if( isFirst ) {
+   PyTypeObject* const first = pyTypes.add( type, &cls.type() );
+   if( first == &cls.type() ) {
       cls.finishedIs();
    }
-   return stored->second;
+   return first;
 }
 
 } // namespace
 
 PyTypeObject* getOrCreatePyType( Kel::KelType type ) {
    assertGilHeld();
-   auto const found = pyTypes.find( type );
-   if( found != pyTypes.end() ) {
-      return found->second;
+   if( auto const* const found = pyTypes.find( type ) ) {
+      return *found;
    }
    try {
       return createPyType( type );

@@ -94,7 +94,7 @@ constinit PyTypeObject PyGenericIfIteratorType = {
 };
 
 PyObject* pyGenericIfIterator(
-   PyGenericIf* parent, Kel::KelAttr attr, PyGenericIfIteratorMode mode ) {
+   PyGenericIf* parent, Kel::KelAttr const& attr, PyGenericIfIteratorMode mode ) {
    Stage const stage( attr, "" );
    return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) -> PyObject* {
       auto iterator = attr.genericIfIterator( PyGenericIfToGenericIf( parent ) );

@@ -20,7 +20,7 @@ enum class PyGenericIfIteratorMode : std::uint32_t {
 // A new iterator, or null with a Python error. It stays valid when the parent's wrapper is gone.
 // `parent` is null for a static attribute.
 KELPY_API PyObject* pyGenericIfIterator(
-   PyGenericIf* parent, Kel::KelAttr attr, PyGenericIfIteratorMode mode );
+   PyGenericIf* parent, Kel::KelAttr const& attr, PyGenericIfIteratorMode mode );
 
 // A new list of what an iterator of that mode yields, or null with a Python error. Other threads
 // may change the collection between the elements.

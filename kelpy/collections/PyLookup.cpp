@@ -12,7 +12,7 @@ namespace {
 
 using Generic = Kel::Ptr< Kel::GenericIf >;
 
-bool exists( Kel::KelAttr attr, Generic const& gif, Generic const& key ) {
+bool exists( Kel::KelAttr const& attr, Generic const& gif, Generic const& key ) {
    try {
       return attr.genericIfExist( gif, key );
    } catch( Kel::OpNotSupportedException const& ) {
@@ -31,7 +31,7 @@ PyObject* raiseKeyError( PyObject* key ) {
 
 // The runtime's half of a read; the key has been resolved. The GIL is back at the end.
 PyObject* readMember( Stage< Kel::KelAttr >& stage, Kel::PyLockAnchor& locks, PyGenericIf* parent,
-   Kel::KelAttr attr, PyObject* resolvedKey, bool useDefaultAttr ) {
+   Kel::KelAttr const& attr, PyObject* resolvedKey, bool useDefaultAttr ) {
    stage.is( "index: " );
    auto const key = PyObjectToGenericIf( resolvedKey, attr.indexType(), false );
    stage.is( "membership check: " );
@@ -51,7 +51,7 @@ PyObject* readMember( Stage< Kel::KelAttr >& stage, Kel::PyLockAnchor& locks, Py
 } // namespace
 
 PyObject* pyGenericIfGet(
-   PyGenericIf* parent, Kel::KelAttr attr, PyObject* key, bool useDefaultAttr ) {
+   PyGenericIf* parent, Kel::KelAttr const& attr, PyObject* key, bool useDefaultAttr ) {
    Stage stage( attr, "resolution: " );
    return guarded( stage, noObject, [&] {
       MountProxyAnchor const proxy( key );
@@ -61,7 +61,7 @@ PyObject* pyGenericIfGet(
    } );
 }
 
-int pyGenericIfExist( PyGenericIf* parent, Kel::KelAttr attr, PyObject* key ) {
+int pyGenericIfExist( PyGenericIf* parent, Kel::KelAttr const& attr, PyObject* key ) {
    Stage stage( attr, "resolution: " );
    return guarded( stage, -1, [&] {
       MountProxyAnchor const proxy( key );
@@ -74,14 +74,14 @@ int pyGenericIfExist( PyGenericIf* parent, Kel::KelAttr attr, PyObject* key ) {
    } );
 }
 
-Py_ssize_t pyGenericIfMembers( PyGenericIf* parent, Kel::KelAttr attr ) {
+Py_ssize_t pyGenericIfMembers( PyGenericIf* parent, Kel::KelAttr const& attr ) {
    Stage const stage( attr, "" );
    return underLocks( Kel::flags0, stage, Py_ssize_t( -1 ), [&]( Kel::PyLockAnchor& ) {
       return static_cast< Py_ssize_t >( attr.genericIfMembers( PyGenericIfToGenericIf( parent ) ) );
    } );
 }
 
-PyObject* pyGenericIfVersion( PyGenericIf* parent, Kel::KelAttr attr ) {
+PyObject* pyGenericIfVersion( PyGenericIf* parent, Kel::KelAttr const& attr ) {
    Stage const stage( attr, "" );
    return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
       unsigned long const version = attr.genericIfVersion( PyGenericIfToGenericIf( parent ) );
@@ -93,14 +93,14 @@ PyObject* pyGenericIfVersion( PyGenericIf* parent, Kel::KelAttr attr ) {
 namespace {
 
 // The collection as an attribute read gives it, a static one from the class that declares it.
-PyRef collectionObject( PyGenericIf* parent, Kel::KelAttr attr ) {
+PyRef collectionObject( PyGenericIf* parent, Kel::KelAttr const& attr ) {
    auto* const owner = parent ? reinterpret_cast< PyObject* >( parent )
                               : reinterpret_cast< PyObject* >( getOrCreatePyType( attr.scope() ) );
    return owner ? PyRef::steal( PyObject_GetAttrString( owner, attr.name() ) ) : PyRef();
 }
 
 // The hook may veto, but cannot change the answer. False with a Python error.
-bool callGetitemHook( PyGenericIf* parent, Kel::KelAttr attr, PyObject* key ) {
+bool callGetitemHook( PyGenericIf* parent, Kel::KelAttr const& attr, PyObject* key ) {
    if( !getitemHook_ ) {
       return true;
    }
@@ -116,7 +116,7 @@ bool callGetitemHook( PyGenericIf* parent, Kel::KelAttr attr, PyObject* key ) {
 } // namespace
 
 PyObject* PyGenericIfCollection_subscript_helper(
-   PyGenericIf* parent, Kel::KelAttr attr, PyObject* key ) {
+   PyGenericIf* parent, Kel::KelAttr const& attr, PyObject* key ) {
    if( !callGetitemHook( parent, attr, key ) ) {
       return nullptr;
    }
@@ -124,7 +124,7 @@ PyObject* PyGenericIfCollection_subscript_helper(
 }
 
 PyObject* PyGenericIfCollection_get_helper(
-   PyGenericIf* parent, Kel::KelAttr attr, PyObject* args ) {
+   PyGenericIf* parent, Kel::KelAttr const& attr, PyObject* args ) {
    PyObject* key = nullptr;
    PyObject* fallback = Py_None;
    if( !PyArg_ParseTuple( args, "O|O:get", &key, &fallback ) ) {
@@ -141,7 +141,7 @@ PyObject* PyGenericIfCollection_get_helper(
 }
 
 PyObject* PyGenericIfCollection_has_key_helper(
-   PyGenericIf* parent, Kel::KelAttr attr, PyObject* args ) {
+   PyGenericIf* parent, Kel::KelAttr const& attr, PyObject* args ) {
    PyObject* key = nullptr;
    if( !PyArg_ParseTuple( args, "O:has_key", &key ) ) {
       return nullptr;

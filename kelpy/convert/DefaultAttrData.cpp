@@ -1,14 +1,13 @@
 #include <kelpy/convert/DefaultAttrData.h>
 
-#include <unordered_map>
-
 #include <kel/Assert.h>
 #include <kel/Exception.h>
 #include <kel/schema/Types.h>
+#include <kelpy/core/TypeCache.h>
 
 namespace {
 
-std::unordered_map< Kel::KelType, DefaultAttrData > defaultAttrs_( 1 ); // guarded by the GIL
+TypeCache< DefaultAttrData > defaultAttrs_; // guarded by the GIL
 
 // The value attribute of a type whose only attribute of its independent domain it is, else null.
 Kel::KelAttr implicitDefaultAttr( Kel::KelType type ) {
@@ -71,13 +70,11 @@ Kel::KelAttr findDefaultAttr(
    return attr;
 }
 
-DefaultAttrData defaultAttrData( Kel::KelType type ) {
+DefaultAttrData const& defaultAttrData( Kel::KelType type ) {
+   static constinit DefaultAttrData const none;
    if( !type.isValue() ) {
-      return {};
+      return none;
    }
-   auto const found = defaultAttrs_.find( type );
-   if( found != defaultAttrs_.end() ) {
-      return found->second;
-   }
-   return defaultAttrs_.emplace( type, makeDefaultAttrData( type ) ).first->second;
+   auto const* const found = defaultAttrs_.find( type );
+   return found ? *found : defaultAttrs_.add( type, makeDefaultAttrData( type ) );
 }

@@ -12,8 +12,8 @@ struct DefaultAttrData {
    bool isRepr = false; // the attribute holds Python source text
 };
 
-// Throws Kel::TypeException for a bad declaration, each time it is asked.
-KELPY_API DefaultAttrData defaultAttrData( Kel::KelType type );
+// Valid for good. Throws Kel::TypeException for a bad declaration, each time it is asked.
+KELPY_API DefaultAttrData const& defaultAttrData( Kel::KelType type );
 
 // The attribute that the type's static text attribute `declaration` names; null if the type
 // declares none. A null `requiredType` allows any member type. Throws Kel::TypeException.

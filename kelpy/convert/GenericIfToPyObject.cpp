@@ -2,6 +2,8 @@
 
 #include <frameobject.h>
 
+#include <array>
+#include <cstdint>
 #include <type_traits>
 #include <unordered_map>
 
@@ -24,10 +26,8 @@ PyObject* unimplementedBuiltin() {
    return nullptr;
 }
 
+// `type` stands in the record of the built-in types.
 PyObject* builtinToPyObject( Kel::GenericIf const& gif, Kel::KelType type ) {
-   if( type.module() != &Kel::_Kel_BuiltinType_kelModule ) {
-      return unimplementedBuiltin();
-   }
    switch( static_cast< Kel::BuiltinType >( type.typeIndex() ) ) {
    case Kel::BuiltinType::u8:
       return PyInt_FromLong( *gif.attrValPtr< Kel::U8 >() );
@@ -70,14 +70,68 @@ PyObject* enumToPyObject( Kel::GenericIf const& gif, Kel::KelType type ) {
    } );
 }
 
-// A new reference on the interned name, kept for ever.
+// The interned name, kept for ever; null with a Python error. Borrowed.
 PyObject* enumName( Kel::KelAttr constant ) {
    PyRef& name = enumNames_[constant];
    if( !name ) {
       name = PyRef::steal( PyString_InternFromString( constant.name() ) );
    }
-   Py_XINCREF( name.get() );
    return name.get();
+}
+
+// The names of the enum values read last, each in the one place of its type and value: a type's
+// first constant of the value is always the same. GIL.
+class RecentEnumNames {
+ public:
+   // Borrowed; null if it is not there.
+   PyObject* find( Kel::KelType type, std::uint64_t value ) const {
+      Recent const& recent = recent_[place( type, value )];
+      return recent.value == value && recent.type == type ? recent.name : nullptr;
+   }
+   void add( Kel::KelType type, std::uint64_t value, PyObject* name ) {
+      recent_[place( type, value )] = { type, value, name };
+   }
+
+ private:
+   struct Recent {
+      Kel::KelType type;
+      std::uint64_t value = 0;
+      PyObject* name = nullptr; // owned by enumNames_
+   };
+
+   static constexpr std::size_t places = 256;
+
+   static std::size_t place( Kel::KelType type, std::uint64_t value ) {
+      auto const record = reinterpret_cast< std::uintptr_t >( type.module() );
+      return ( ( record >> 5 ) + type.typeIndex() * 16u + value ) % places;
+   }
+
+   std::array< Recent, places > recent_;
+};
+
+constinit RecentEnumNames recentEnumNames;
+
+// The first constant of the value, in the iterator's order; null if there is none.
+template< class T >
+Kel::KelAttr constantOf( Kel::KelType type, T value ) {
+   for( Kel::KelType::AttributeQIterator i( type ); i; ++i ) {
+      Kel::KelAttr const constant = *i;
+      if( constant.enumValue< T >() == value ) {
+         return constant;
+      }
+   }
+   return {};
+}
+
+// What stands for a number without a constant.
+template< class T >
+PyObject* numberText( Kel::KelType type, T value ) {
+   if constexpr( std::is_unsigned_v< T > ) {
+      return PyString_FromFormat(
+         "%s(%lu)", type.fullTypeName(), static_cast< unsigned long >( value ) );
+   } else {
+      return PyString_FromFormat( "%s(%ld)", type.fullTypeName(), static_cast< long >( value ) );
+   }
 }
 
 // Evaluates source text where no Python code reads the value, but a thread of the runtime that is
@@ -105,9 +159,10 @@ PyObject* evaluate( Kel::String const& source ) {
    return PyRun_StringFlags( source.charPtr(), Py_eval_input, frame->f_globals, locals, nullptr );
 }
 
-// What stands for a value of the type in Python; a null handle for the value itself.
+// What stands for a value of the type in Python: null for the value itself, else the attribute and
+// what it holds.
 struct DefaultRead {
-   DefaultAttrData data;
+   DefaultAttrData const* data = nullptr;
    Kel::Ptr< Kel::GenericIf > value;
 };
 
@@ -115,9 +170,10 @@ struct DefaultRead {
 bool readDefaultAttr(
    Kel::Ptr< Kel::GenericIf > const& gif, Kel::KelType type, DefaultRead& read ) noexcept {
    try {
-      read.data = defaultAttrData( type );
-      if( read.data.getAttr ) {
-         read.value = read.data.getAttr.genericIfGet( gif, nullptr );
+      auto const& data = defaultAttrData( type );
+      if( data.getAttr ) {
+         read.data = &data;
+         read.value = data.getAttr.genericIfGet( gif, nullptr );
       }
       return true;
    } catch( ... ) {
@@ -127,7 +183,7 @@ bool readDefaultAttr(
 }
 
 PyObject* defaultAttrToPyObject( DefaultRead read ) {
-   if( !read.data.isRepr ) {
+   if( !read.data->isRepr ) {
       return GenericIfToPyObject( std::move( read.value ), true );
    }
    auto const defaultGif = std::move( read.value );
@@ -144,18 +200,21 @@ PyObject* GenericIfEnumToPyObject( Kel::KelType type, T value ) {
    if( type.underlyingType() != Kel::kelType< T >() ) {
       type.throwEnumAttrWrongTypeException( Kel::kelType< T >() );
    }
-   for( Kel::KelType::AttributeQIterator i( type ); i; ++i ) {
-      Kel::KelAttr const constant = *i;
-      if( constant.enumValue< T >() == value ) {
-         return enumName( constant );
+   auto const bits = static_cast< std::uint64_t >( value );
+   PyObject* name = recentEnumNames.find( type, bits );
+   if( !name ) {
+      Kel::KelAttr const constant = constantOf( type, value );
+      if( !constant ) {
+         return numberText( type, value );
       }
+      name = enumName( constant );
+      if( !name ) {
+         return nullptr;
+      }
+      recentEnumNames.add( type, bits, name );
    }
-   if constexpr( std::is_unsigned_v< T > ) {
-      return PyString_FromFormat(
-         "%s(%lu)", type.fullTypeName(), static_cast< unsigned long >( value ) );
-   } else {
-      return PyString_FromFormat( "%s(%ld)", type.fullTypeName(), static_cast< long >( value ) );
-   }
+   Py_INCREF( name );
+   return name;
 }
 
 template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::U8 );
@@ -172,11 +231,14 @@ PyObject* GenericIfToPyObject( Kel::Ptr< Kel::GenericIf > gif, bool useDefaultAt
       Py_RETURN_NONE;
    }
    Kel::KelType const type = gif->type();
+   if( type.module() == &Kel::_Kel_BuiltinType_kelModule ) {
+      return builtinToPyObject( *gif, type );
+   }
    if( type.hasOwnPtrInterface() && !gif->voidPtrIs( type ) ) {
       Py_RETURN_NONE;
    }
    if( type.isBuiltinType() ) {
-      return builtinToPyObject( *gif, type );
+      return unimplementedBuiltin();
    }
    if( type.isEnumType() ) {
       return enumToPyObject( *gif, type );
@@ -186,7 +248,7 @@ PyObject* GenericIfToPyObject( Kel::Ptr< Kel::GenericIf > gif, bool useDefaultAt
       if( !readDefaultAttr( gif, type, read ) ) {
          return nullptr;
       }
-      if( read.data.getAttr ) {
+      if( read.data ) {
          return defaultAttrToPyObject( std::move( read ) );
       }
    }

@@ -181,7 +181,7 @@ GenericPtr valueFromDefaultAttr( Kel::KelType type, Kel::KelAttr attr, GenericPt
 // The default attribute comes first, so that a plain Python object passes wherever the value is
 // wanted.
 GenericPtr valueToGenericIf( PyObject* obj, Kel::KelType type ) {
-   DefaultAttrData const data = defaultAttrData( type );
+   DefaultAttrData const& data = defaultAttrData( type );
    if( !data.setAttr ) {
       return wrapperToGenericIf( obj, type );
    }

@@ -76,7 +76,7 @@ Kel::ArgVector PyTupleToGenericIfVector( PyObject* tuple, Kel::KelType type ) {
       tuple, parameterList( type.module(), type.constructorArgs() ), true );
 }
 
-Kel::ArgVector PyTupleToGenericIfVector( PyObject* tuple, Kel::KelAttr attr ) {
+Kel::ArgVector PyTupleToGenericIfVector( PyObject* tuple, Kel::KelAttr const& attr ) {
    return PyTupleToGenericIfVector_helper( tuple,
       attr.isEnumConst() ? ParameterList() : parameterList( attr.module(), attr.args() ), false );
 }

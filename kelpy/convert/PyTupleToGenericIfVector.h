@@ -20,6 +20,6 @@ using ParameterList = boost::container::small_vector< Parameter, 8 >;
 // The arguments of a constructor of the type.
 KELPY_API Kel::ArgVector PyTupleToGenericIfVector( PyObject* tuple, Kel::KelType type );
 // The arguments of a function or an instantiating attribute.
-KELPY_API Kel::ArgVector PyTupleToGenericIfVector( PyObject* tuple, Kel::KelAttr attr );
+KELPY_API Kel::ArgVector PyTupleToGenericIfVector( PyObject* tuple, Kel::KelAttr const& attr );
 KELPY_API Kel::ArgVector PyTupleToGenericIfVector_helper(
    PyObject* tuple, ParameterList const& params, bool constructor );

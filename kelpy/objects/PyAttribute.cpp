@@ -12,7 +12,7 @@
 #include <kelpy/objects/PyStage.h>
 #include <kelpy/reflection/PyKelAttr.h>
 
-PyObject* pyGenericIfGet( PyGenericIf* self, Kel::KelAttr attr, bool useDefaultAttr ) {
+PyObject* pyGenericIfGet( PyGenericIf* self, Kel::KelAttr const& attr, bool useDefaultAttr ) {
    Stage const stage( attr, "" );
    return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
       auto result = attr.genericIfGet( PyGenericIfToGenericIf( self ), nullptr );
@@ -26,7 +26,7 @@ namespace {
 // Whether attributes of this sort can be written at all; false with a TypeError. No attribute can
 // be deleted, which is told first.
 bool checkWritableSort( PyGenericIfAttrDescriptor const* self, PyObject* value ) {
-   Kel::KelAttr const attr = self->attr;
+   Kel::KelAttr const& attr = self->attr;
    char const* format = nullptr;
    char const* name = attr.name();
    if( !value ) {
@@ -50,9 +50,13 @@ bool checkWritableSort( PyGenericIfAttrDescriptor const* self, PyObject* value )
 }
 
 // False with a TypeError for an object of a class that does not have the attribute.
-inline bool checkObject( PyGenericIfAttrDescriptor const* self, PyObject* object ) {
+inline bool checkObject( PyGenericIfAttrDescriptor* self, PyObject* object ) {
+   if( Py_TYPE( object ) == self->lastClass ) {
+      return true;
+   }
    Kel::KelType const scope = self->attr.scope();
    if( PyGenericIf_TypeCheck( object, scope ) ) {
+      self->lastClass = Py_TYPE( object );
       return true;
    }
    PyErr_Format( PyExc_TypeError, "descriptor '%s' requires a '%s' object but received a '%s'",
@@ -78,7 +82,7 @@ PyTypeObject* collectionReadType( PyGenericIfAttrDescriptor const* self ) {
 }
 
 PyObject* readAttribute( PyGenericIfAttrDescriptor const* self, PyGenericIf* parent ) {
-   Kel::KelAttr const attr = self->attr;
+   Kel::KelAttr const& attr = self->attr;
    if( attr.isEnumConst() ) {
       return PyString_InternFromString( attr.name() );
    }
@@ -92,7 +96,7 @@ PyObject* readAttribute( PyGenericIfAttrDescriptor const* self, PyGenericIf* par
 }
 
 // None for an instantiating attribute unsets it.
-int unsetAttribute( PyGenericIf* parent, Kel::KelAttr attr ) {
+int unsetAttribute( PyGenericIf* parent, Kel::KelAttr const& attr ) {
    Stage const stage( attr, "" );
    return underLocks( Kel::flags0, stage, -1, [&]( Kel::PyLockAnchor& ) {
       attr.genericIfDel( PyGenericIfToGenericIf( parent ), nullptr );
@@ -102,7 +106,7 @@ int unsetAttribute( PyGenericIf* parent, Kel::KelAttr attr ) {
 
 // Converts and writes a value, or makes the object of an instantiating attribute from a tuple.
 void convertAndSet(
-   Stage< Kel::KelAttr >& stage, PyGenericIf* parent, Kel::KelAttr attr, PyObject* value ) {
+   Stage< Kel::KelAttr >& stage, PyGenericIf* parent, Kel::KelAttr const& attr, PyObject* value ) {
    stage.is( "" );
    if( attr.instantiating() ) {
       auto const args = PyTupleToGenericIfVector( value, attr );
@@ -116,7 +120,7 @@ void convertAndSet(
    }
 }
 
-int writeAttribute( PyGenericIf* parent, Kel::KelAttr attr, PyObject* value ) {
+int writeAttribute( PyGenericIf* parent, Kel::KelAttr const& attr, PyObject* value ) {
    Stage stage( attr, "resolution: " );
    return guarded( stage, -1, [&] {
       MountProxyAnchor const proxy( value );
@@ -127,8 +131,8 @@ int writeAttribute( PyGenericIf* parent, Kel::KelAttr attr, PyObject* value ) {
    } );
 }
 
-PyGenericIfAttrDescriptor const* asDescriptor( PyObject* object ) {
-   return reinterpret_cast< PyGenericIfAttrDescriptor const* >( object );
+PyGenericIfAttrDescriptor* asDescriptor( PyObject* object ) {
+   return reinterpret_cast< PyGenericIfAttrDescriptor* >( object );
 }
 
 } // namespace
@@ -154,7 +158,7 @@ int PyGenericIfAttrDescriptor_descr_set( PyObject* self, PyObject* object, PyObj
    if( !checkObject( descriptor, object ) || !checkWritableSort( descriptor, value ) ) {
       return -1;
    }
-   Kel::KelAttr const attr = descriptor->attr;
+   Kel::KelAttr const& attr = descriptor->attr;
    PyGenericIf* const parent = parentOf( descriptor, object );
    if( attr.instantiating() && value == Py_None ) {
       return unsetAttribute( parent, attr );
@@ -167,7 +171,7 @@ namespace {
 // The runtime's half of a write into a collection; both arguments have been resolved. The GIL is
 // back at the end.
 PyObject* setMember( Stage< Kel::KelAttr >& stage, Kel::PyLockAnchor& locks, PyGenericIf* self,
-   Kel::KelAttr attr, PyObject* resolvedIndex, PyObject* resolvedRhs ) {
+   Kel::KelAttr const& attr, PyObject* resolvedIndex, PyObject* resolvedRhs ) {
    bool const hasInternalIndex = static_cast< bool >( attr.indexAttr() );
    Kel::Ptr< Kel::GenericIf > key;
    if( !hasInternalIndex ) {
@@ -197,7 +201,7 @@ PyObject* setMember( Stage< Kel::KelAttr >& stage, Kel::PyLockAnchor& locks, PyG
 
 } // namespace
 
-PyObject* pyGenericIfSet( PyGenericIf* self, Kel::KelAttr attr, PyObject* index, PyObject* rhs ) {
+PyObject* pyGenericIfSet( PyGenericIf* self, Kel::KelAttr const& attr, PyObject* index, PyObject* rhs ) {
    Stage stage( attr, "index resolution: " );
    return guarded( stage, noObject, [&] {
       MountProxyAnchor const indexProxy( index );
@@ -209,7 +213,7 @@ PyObject* pyGenericIfSet( PyGenericIf* self, Kel::KelAttr attr, PyObject* index,
    } );
 }
 
-int pyGenericIfDel( PyGenericIf* self, Kel::KelAttr attr, PyObject* index ) {
+int pyGenericIfDel( PyGenericIf* self, Kel::KelAttr const& attr, PyObject* index ) {
    Stage stage( attr, "resolution: " );
    return guarded( stage, -1, [&] {
       MountProxyAnchor const proxy( index );

@@ -13,13 +13,13 @@
 
 // The value of a plain attribute: a new reference, or null with a Python error. Without
 // `useDefaultAttr` a value shows as its wrapper.
-KELPY_API PyObject* pyGenericIfGet( PyGenericIf* self, Kel::KelAttr attr, bool useDefaultAttr );
+KELPY_API PyObject* pyGenericIfGet( PyGenericIf* self, Kel::KelAttr const& attr, bool useDefaultAttr );
 // Writes a member of a collection. `index` is null for a collection whose members carry their key.
 // The member made, for an instantiating collection, else None; null with a Python error.
 KELPY_API PyObject* pyGenericIfSet(
-   PyGenericIf* self, Kel::KelAttr attr, PyObject* index, PyObject* rhs );
+   PyGenericIf* self, Kel::KelAttr const& attr, PyObject* index, PyObject* rhs );
 // Deletes a member of a collection, if it is there: 0, or -1 with a Python error.
-KELPY_API int pyGenericIfDel( PyGenericIf* self, Kel::KelAttr attr, PyObject* index );
+KELPY_API int pyGenericIfDel( PyGenericIf* self, Kel::KelAttr const& attr, PyObject* index );
 
 // The methods getRawAttribute, attrProperty and _getmethod.
 PyObject* PyGenericIf_getRawAttribute( PyObject* self, PyObject* args );

@@ -14,7 +14,7 @@ PyObject* asObject( PyGenericIf* wrapper ) {
 
 } // namespace
 
-PyObject* MakePyGenericIfAttr( PyTypeObject* type, PyGenericIf* parent, Kel::KelAttr attr ) {
+PyObject* MakePyGenericIfAttr( PyTypeObject* type, PyGenericIf* parent, Kel::KelAttr const& attr ) {
    PyObject* const self = type->tp_alloc( type, 0 );
    if( !self ) {
       return nullptr;

@@ -17,7 +17,7 @@ struct PyGenericIfAttr {
 // A new object of one of the four types with this record, or null with a Python error. `parent` may
 // be null.
 KELPY_API PyObject* MakePyGenericIfAttr(
-   PyTypeObject* type, PyGenericIf* parent, Kel::KelAttr attr );
+   PyTypeObject* type, PyGenericIf* parent, Kel::KelAttr const& attr );
 
 // Slots and getters of the four types.
 void PyGenericIfAttr_dealloc( PyObject* self );

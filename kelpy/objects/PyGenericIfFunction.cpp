@@ -27,7 +27,7 @@ PyObject* PyGenericIfFunction_repr( PyObject* self ) {
 
 PyObject* PyGenericIfFunction_str( PyObject* self ) {
    char const* const cls = Py_TYPE( self )->tp_name;
-   Kel::KelAttr const attr = asFunction( self )->kelAttr;
+   Kel::KelAttr const& attr = asFunction( self )->kelAttr;
    char const* const scope = attr.scope().fullTypeName();
    PyGenericIf const* const parent = asFunction( self )->parent;
    if( !parent ) {
@@ -41,7 +41,7 @@ PyObject* PyGenericIfFunction_call( PyObject* self, PyObject* args, PyObject* kw
    if( !checkNoKeywords( kwds ) ) {
       return nullptr;
    }
-   Kel::KelAttr const attr = asFunction( self )->kelAttr;
+   Kel::KelAttr const& attr = asFunction( self )->kelAttr;
    PyGenericIf const* const parent = asFunction( self )->parent;
    Stage stage( attr, "resolution: " );
    return guarded( stage, noObject, [&] {

@@ -41,7 +41,8 @@ class Stage {
 // Runs what resolves proxies and then takes the locks: with the GIL, outside of the activity lock.
 // `failure` comes back, with a Python error, for any exception.
 template< class Subject, class Result, class Body >
-Result guarded( Stage< Subject > const& stage, Result failure, Body body ) noexcept {
+[[gnu::always_inline]] inline Result guarded(
+   Stage< Subject > const& stage, Result failure, Body&& body ) noexcept {
    try {
       return body();
    } catch( ... ) {
@@ -54,8 +55,8 @@ Result guarded( Stage< Subject > const& stage, Result failure, Body body ) noexc
 // take the GIL back before it touches Python. What it throws is translated while the lock is still
 // held.
 template< class Subject, class Result, class Body >
-Result underLocks( Kel::PyLockAnchor::Flags flags, Stage< Subject > const& stage, Result failure,
-   Body body ) noexcept {
+[[gnu::always_inline]] inline Result underLocks( Kel::PyLockAnchor::Flags flags,
+   Stage< Subject > const& stage, Result failure, Body&& body ) noexcept {
    try {
       Kel::PyLockAnchor locks( flags );
       try {

@@ -208,8 +208,11 @@ Ptr< GenericIf > fromAddress( void const* address, bool isConst ) {
    }
 }
 
+// Where the base stands must not depend on the object.
 template< class T, class Base >
 void* toBase( void* object ) {
+   static_assert(
+      requires( Base* base ) { static_cast< T* >( base ); }, "a declared base must not be virtual" );
    return static_cast< Base* >( static_cast< T* >( object ) );
 }
 
