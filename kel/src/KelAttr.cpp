@@ -41,7 +41,7 @@ constexpr char const* opNames[] = { "read", "write", "delete", "members", "versi
 }
 
 // Whether the row stands in the type's own block.
-bool holds( TypeRow const& row, KelAttr attr ) {
+bool holds( TypeRow const& row, KelAttr const& attr ) {
    return static_cast< unsigned >( attr.attrIndex() - row.firstAttr ) < row.attrCount;
 }
 
@@ -68,7 +68,7 @@ bool holds( TypeRow const& row, KelAttr attr ) {
 class RecentBases {
  public:
    // The object or value seen as `base`; null if that is no base of its type.
-   void* address( GenericIf const* generic, KelType base ) {
+   void* address( GenericIf const* generic, KelType const& base ) {
       KelType const type = generic->type();
       auto* const own = const_cast< char* >( generic->attrValPtr< char >() );
       Recent& recent = recent_[place( type, base )];
@@ -91,7 +91,7 @@ class RecentBases {
 
    static constexpr std::size_t places = 256;
 
-   static std::size_t place( KelType type, KelType base ) {
+   static std::size_t place( KelType const& type, KelType const& base ) {
       auto const record = reinterpret_cast< std::uintptr_t >( type.module() );
       return ( ( record >> 5 ) + type.typeIndex() * 8u + base.typeIndex() ) % places;
    }
@@ -101,12 +101,16 @@ class RecentBases {
 
 constinit RecentBases recentBases;
 
-void* addressAs( KelType owner, GenericIf const* generic ) {
-   if( generic->type() == owner ) {
-      return generic->voidPtrIs( owner );
-   }
+void* baseAddressAs( KelType const& owner, GenericIf const* generic ) {
    return generic->kind() == GenericIf::Kind::ownPtr ? generic->voidPtrIs( owner )
                                                      : recentBases.address( generic, owner );
+}
+
+// Handles go by reference here: a copy of one just made, as a whole, waits for its parts to arrive
+// in memory.
+[[gnu::always_inline]] inline void* addressAs( KelType const& owner, GenericIf const* generic ) {
+   return generic->type() == owner ? const_cast< char* >( generic->attrValPtr< char >() )
+                                   : baseAddressAs( owner, generic );
 }
 
 // Finds the object as the attribute's owner sees it, and runs the attribute's operation. Reads and
@@ -131,8 +135,8 @@ void* addressAs( KelType owner, GenericIf const* generic ) {
    }
 }
 
-void run( AttrCall& call, GenericIfRef object ) {
-   runHere( call.attr, call, object );
+void run( KelAttr const& attr, AttrCall& call, GenericIfRef object ) {
+   runHere( attr, call, object );
 }
 
 [[noreturn]] void throwNotReadable( KelAttr attr ) {
@@ -195,83 +199,83 @@ void KelAttr::genericIfSet( GenericIfRef object, GenericIfRef key, GenericIfRef 
 Ptr< GenericIf > KelAttr::genericIfSet( GenericIfRef object, ArgVector const& args ) const {
    requireChange( *this, object );
    AttrCall call{ .attr = *this, .op = AttributeOp::set, .args = &args };
-   run( call, object );
+   run( *this, call, object );
    return std::move( call.result );
 }
 
 bool KelAttr::genericIfDel( GenericIfRef object, GenericIfRef key ) const {
    requireChange( *this, object );
    AttrCall call{ .attr = *this, .op = AttributeOp::del, .key = key.get() };
-   run( call, object );
+   run( *this, call, object );
    return call.flag;
 }
 
 bool KelAttr::genericIfExist( GenericIfRef object, GenericIfRef key ) const {
    AttrCall call{ .attr = *this, .op = AttributeOp::exist, .key = key.get() };
-   run( call, object );
+   run( *this, call, object );
    return call.flag;
 }
 
 void KelAttr::genericIfAdd( GenericIfRef object, GenericIfRef value ) const {
    requireChange( *this, object );
    AttrCall call{ .attr = *this, .op = AttributeOp::add, .value = value.get() };
-   run( call, object );
+   run( *this, call, object );
 }
 
 Ptr< GenericIf > KelAttr::genericIfRemove( GenericIfRef object ) const {
    requireChange( *this, object );
    AttrCall call{ .attr = *this, .op = AttributeOp::remove };
-   run( call, object );
+   run( *this, call, object );
    return std::move( call.result );
 }
 
 Ptr< GenericIf > KelAttr::genericIfFront( GenericIfRef object ) const {
    AttrCall call{ .attr = *this, .op = AttributeOp::front };
-   run( call, object );
+   run( *this, call, object );
    return std::move( call.result );
 }
 
 Ptr< GenericIf > KelAttr::genericIfBack( GenericIfRef object ) const {
    AttrCall call{ .attr = *this, .op = AttributeOp::back };
-   run( call, object );
+   run( *this, call, object );
    return std::move( call.result );
 }
 
 GenericIf::Iterator KelAttr::genericIfIterator( GenericIfRef object ) const {
    GenericIfRaw::Iterator iterator;
    AttrCall call{ .attr = *this, .op = AttributeOp::iterate, .iterator = &iterator };
-   run( call, object );
+   run( *this, call, object );
    return GenericIf::Iterator( Ptr< GenericIf const >( object.get() ), std::move( iterator ) );
 }
 
 std::uint32_t KelAttr::genericIfMembers( GenericIfRef object ) const {
    AttrCall call{ .attr = *this, .op = AttributeOp::members };
-   run( call, object );
+   run( *this, call, object );
    return call.count;
 }
 
 std::uint32_t KelAttr::genericIfVersion( GenericIfRef object ) const {
    AttrCall call{ .attr = *this, .op = AttributeOp::version };
-   run( call, object );
+   run( *this, call, object );
    return call.count;
 }
 
 Ptr< GenericIf > KelAttr::genericIfCall( GenericIfRef object, ArgVector const& args ) const {
    AttrCall call{ .attr = *this, .op = AttributeOp::call, .args = &args };
-   run( call, object );
+   run( *this, call, object );
    return std::move( call.result );
 }
 
 bool KelAttr::genericIfUnionAlternative( GenericIfRef object ) const {
    AttrCall call{ .attr = *this, .op = AttributeOp::unionAlternative };
-   run( call, object );
+   run( *this, call, object );
    return call.flag;
 }
 
 String KelAttr::genericIfGnmiJsonString( GenericIfRef object ) const {
    String text;
    AttrCall call{ .attr = *this, .op = AttributeOp::gnmiJsonString, .text = &text };
-   run( call, object );
+   run( *this, call, object );
    return text;
 }
 

@@ -30,14 +30,6 @@ KelAttr findAttr( KelType type, Matches matches ) {
 
 } // namespace
 
-KelType KelTypeBase::referencedType() const {
-   return resolveTypeRef( module_, row().typeRef );
-}
-
-KelType KelTypeBase::baseType() const {
-   return isEnumType() ? KelType() : referencedType();
-}
-
 KelAttr KelTypeBase::attr( char const* name ) const {
    return findAttr(
       KelType( *this ), [name]( KelAttr attr ) { return std::strcmp( attr.name(), name ) == 0; } );
@@ -90,10 +82,6 @@ bool KelTypeBase::isEntity() const {
 
 bool KelTypeBase::isKelDir() const {
    return isDerived( kelType< Dir >() );
-}
-
-KelType KelType::underlyingType() const {
-   return isEnumType() ? referencedType() : KelType();
 }
 
 KelAttr KelType::defaultCollection() const {

@@ -160,7 +160,7 @@ PyTypeObject* createPyType( Kel::KelType type ) {
 
 } // namespace
 
-PyTypeObject* getOrCreatePyType( Kel::KelType type ) {
+PyTypeObject* getOrCreatePyType( Kel::KelType const& type ) {
    assertGilHeld();
    if( auto const* const found = pyTypes.find( type ) ) {
       return *found;

@@ -18,7 +18,7 @@ extern KELPY_API PyTypeObject PyGenericIfMetaclass;
 
 // The class of a runtime type, made on first need together with those of its bases. A borrowed
 // reference, valid for the life of the process; null with a Python error.
-KELPY_API PyTypeObject* getOrCreatePyType( Kel::KelType type );
+KELPY_API PyTypeObject* getOrCreatePyType( Kel::KelType const& type );
 
 // The names of all attributes of the type, inherited ones included, as a new tuple of interned
 // `str`; empty for a null type. Null with a Python error.

@@ -10,7 +10,7 @@ namespace {
 TypeCache< DefaultAttrData > defaultAttrs_; // guarded by the GIL
 
 // The value attribute of a type whose only attribute of its independent domain it is, else null.
-Kel::KelAttr implicitDefaultAttr( Kel::KelType type ) {
+Kel::KelAttr implicitDefaultAttr( Kel::KelType const& type ) {
    Kel::KelAttr valAttr = type.valAttr();
    if( !valAttr ) {
       if( !type.isDerived( Kel::kelType< Kel::String >() ) ) {
@@ -31,7 +31,7 @@ Kel::KelAttr implicitDefaultAttr( Kel::KelType type ) {
    return isOnlyOne ? valAttr : Kel::KelAttr();
 }
 
-DefaultAttrData makeDefaultAttrData( Kel::KelType type ) {
+DefaultAttrData makeDefaultAttrData( Kel::KelType const& type ) {
    if( auto const attr = findDefaultAttr( type, "defaultAttribute", Kel::KelType() ) ) {
       return { attr, attr, false };
    }
@@ -46,7 +46,7 @@ DefaultAttrData makeDefaultAttrData( Kel::KelType type ) {
 } // namespace
 
 Kel::KelAttr findDefaultAttr(
-   Kel::KelType type, char const* declaration, Kel::KelType requiredType ) {
+   Kel::KelType const& type, char const* declaration, Kel::KelType requiredType ) {
    Kel::KelAttr const declared = type.attr( declaration );
    if( !declared ) {
       return {};
@@ -70,7 +70,7 @@ Kel::KelAttr findDefaultAttr(
    return attr;
 }
 
-DefaultAttrData const& defaultAttrData( Kel::KelType type ) {
+DefaultAttrData const& defaultAttrData( Kel::KelType const& type ) {
    static constinit DefaultAttrData const none;
    if( !type.isValue() ) {
       return none;

@@ -13,9 +13,9 @@ struct DefaultAttrData {
 };
 
 // Valid for good. Throws Kel::TypeException for a bad declaration, each time it is asked.
-KELPY_API DefaultAttrData const& defaultAttrData( Kel::KelType type );
+KELPY_API DefaultAttrData const& defaultAttrData( Kel::KelType const& type );
 
 // The attribute that the type's static text attribute `declaration` names; null if the type
 // declares none. A null `requiredType` allows any member type. Throws Kel::TypeException.
 KELPY_API Kel::KelAttr findDefaultAttr(
-   Kel::KelType type, char const* declaration, Kel::KelType requiredType );
+   Kel::KelType const& type, char const* declaration, Kel::KelType requiredType );

@@ -27,7 +27,7 @@ PyObject* unimplementedBuiltin() {
 }
 
 // `type` stands in the record of the built-in types.
-PyObject* builtinToPyObject( Kel::GenericIf const& gif, Kel::KelType type ) {
+PyObject* builtinToPyObject( Kel::GenericIf const& gif, Kel::KelType const& type ) {
    switch( static_cast< Kel::BuiltinType >( type.typeIndex() ) ) {
    case Kel::BuiltinType::u8:
       return PyInt_FromLong( *gif.attrValPtr< Kel::U8 >() );
@@ -64,7 +64,7 @@ PyObject* builtinToPyObject( Kel::GenericIf const& gif, Kel::KelType type ) {
    }
 }
 
-PyObject* enumToPyObject( Kel::GenericIf const& gif, Kel::KelType type ) {
+PyObject* enumToPyObject( Kel::GenericIf const& gif, Kel::KelType const& type ) {
    return visitIntegral( type.underlyingType(), [&]< class T >( IntegralTag< T > ) {
       return GenericIfEnumToPyObject< T >( type, *gif.attrValPtr< T >() );
    } );
@@ -84,11 +84,11 @@ PyObject* enumName( Kel::KelAttr constant ) {
 class RecentEnumNames {
  public:
    // Borrowed; null if it is not there.
-   PyObject* find( Kel::KelType type, std::uint64_t value ) const {
+   PyObject* find( Kel::KelType const& type, std::uint64_t value ) const {
       Recent const& recent = recent_[place( type, value )];
       return recent.value == value && recent.type == type ? recent.name : nullptr;
    }
-   void add( Kel::KelType type, std::uint64_t value, PyObject* name ) {
+   void add( Kel::KelType const& type, std::uint64_t value, PyObject* name ) {
       recent_[place( type, value )] = { type, value, name };
    }
 
@@ -101,7 +101,7 @@ class RecentEnumNames {
 
    static constexpr std::size_t places = 256;
 
-   static std::size_t place( Kel::KelType type, std::uint64_t value ) {
+   static std::size_t place( Kel::KelType const& type, std::uint64_t value ) {
       auto const record = reinterpret_cast< std::uintptr_t >( type.module() );
       return ( ( record >> 5 ) + type.typeIndex() * 16u + value ) % places;
    }
@@ -113,7 +113,7 @@ constinit RecentEnumNames recentEnumNames;
 
 // The first constant of the value, in the iterator's order; null if there is none.
 template< class T >
-Kel::KelAttr constantOf( Kel::KelType type, T value ) {
+Kel::KelAttr constantOf( Kel::KelType const& type, T value ) {
    for( Kel::KelType::AttributeQIterator i( type ); i; ++i ) {
       Kel::KelAttr const constant = *i;
       if( constant.enumValue< T >() == value ) {
@@ -125,7 +125,7 @@ Kel::KelAttr constantOf( Kel::KelType type, T value ) {
 
 // What stands for a number without a constant.
 template< class T >
-PyObject* numberText( Kel::KelType type, T value ) {
+PyObject* numberText( Kel::KelType const& type, T value ) {
    if constexpr( std::is_unsigned_v< T > ) {
       return PyString_FromFormat(
          "%s(%lu)", type.fullTypeName(), static_cast< unsigned long >( value ) );
@@ -168,7 +168,7 @@ struct DefaultRead {
 
 // False with a Python error.
 bool readDefaultAttr(
-   Kel::Ptr< Kel::GenericIf > const& gif, Kel::KelType type, DefaultRead& read ) noexcept {
+   Kel::Ptr< Kel::GenericIf > const& gif, Kel::KelType const& type, DefaultRead& read ) noexcept {
    try {
       auto const& data = defaultAttrData( type );
       if( data.getAttr ) {
@@ -195,7 +195,7 @@ PyObject* defaultAttrToPyObject( DefaultRead read ) {
 } // namespace
 
 template< class T >
-PyObject* GenericIfEnumToPyObject( Kel::KelType type, T value ) {
+PyObject* GenericIfEnumToPyObject( Kel::KelType const& type, T value ) {
    KEL_ASSERT( type.isEnumType() );
    if( type.underlyingType() != Kel::kelType< T >() ) {
       type.throwEnumAttrWrongTypeException( Kel::kelType< T >() );
@@ -217,14 +217,14 @@ PyObject* GenericIfEnumToPyObject( Kel::KelType type, T value ) {
    return name;
 }
 
-template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::U8 );
-template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::S8 );
-template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::U16 );
-template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::S16 );
-template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::U32 );
-template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::S32 );
-template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::U64 );
-template PyObject* GenericIfEnumToPyObject( Kel::KelType, Kel::S64 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType const&, Kel::U8 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType const&, Kel::S8 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType const&, Kel::U16 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType const&, Kel::S16 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType const&, Kel::U32 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType const&, Kel::S32 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType const&, Kel::U64 );
+template PyObject* GenericIfEnumToPyObject( Kel::KelType const&, Kel::S64 );
 
 PyObject* GenericIfToPyObject( Kel::Ptr< Kel::GenericIf > gif, bool useDefaultAttr ) noexcept {
    if( !gif ) {

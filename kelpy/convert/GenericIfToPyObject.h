@@ -15,4 +15,4 @@ KELPY_API PyObject* GenericIfToPyObject(
 // The name of the first constant of that value, interned, else type name and number. T is the C++
 // type behind the enum's underlying type. A new reference, or null with a Python error.
 template< class T >
-KELPY_API PyObject* GenericIfEnumToPyObject( Kel::KelType type, T value );
+KELPY_API PyObject* GenericIfEnumToPyObject( Kel::KelType const& type, T value );

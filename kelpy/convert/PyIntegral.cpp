@@ -8,7 +8,7 @@
 namespace {
 
 // "'red'=0, 'blue'=1"
-std::string enumConstants( Kel::KelType type ) {
+std::string enumConstants( Kel::KelType const& type ) {
    return visitIntegral( type.underlyingType(), [type]< class T >( IntegralTag< T > ) {
       std::string text;
       for( Kel::KelType::AttributeQIterator i( type ); i; ++i ) {
@@ -34,7 +34,7 @@ std::string reprText( PyObject* object ) {
 
 } // namespace
 
-void GenericIf_TypeExceptionThrow( PyObject* passed, Kel::KelType expected ) {
+void GenericIf_TypeExceptionThrow( PyObject* passed, Kel::KelType const& expected ) {
    KEL_ASSERT( passed );
    KEL_ASSERT( expected );
    KEL_ASSERT( !PyErr_Occurred() );

@@ -15,7 +15,7 @@
 
 // Throws the Kel::TypeException of a failed conversion: its text names the wanted type, for an
 // enum all constants, and shows the object. Runs the object's repr.
-[[noreturn]] KELPY_API void GenericIf_TypeExceptionThrow( PyObject* passed, Kel::KelType expected );
+[[noreturn]] KELPY_API void GenericIf_TypeExceptionThrow( PyObject* passed, Kel::KelType const& expected );
 
 template< class T >
 struct IntegralTag {};
@@ -23,7 +23,7 @@ struct IntegralTag {};
 // Calls `visitor` with the tag of the C++ type behind a built-in integer type; any other type is
 // a fault.
 template< class Visitor >
-decltype( auto ) visitIntegral( Kel::KelType type, Visitor&& visitor ) {
+decltype( auto ) visitIntegral( Kel::KelType const& type, Visitor&& visitor ) {
    if( type.module() == &Kel::_Kel_BuiltinType_kelModule ) {
       switch( static_cast< Kel::BuiltinType >( type.typeIndex() ) ) {
       case Kel::BuiltinType::u8:
@@ -65,7 +65,7 @@ auto readNumber( PyObject* number, Read read, bool& fits ) {
 // fit.
 template< class T, class ReadLong >
 Kel::Ptr< Kel::GenericIf > integralToGenericIf(
-   Kel::KelType type, PyObject* obj, ReadLong readLong ) {
+   Kel::KelType const& type, PyObject* obj, ReadLong readLong ) {
    KEL_ASSERT( type.size() == sizeof( T ) );
    T value;
    if( PyLong_CheckExact( obj ) ) {
@@ -93,16 +93,16 @@ Kel::Ptr< Kel::GenericIf > integralToGenericIf(
 // `type` is the built-in integer type of T or an enum type over it. Takes exactly int and long,
 // and for an enum only the number of a constant; throws Kel::TypeException.
 template< std::unsigned_integral T >
-Kel::Ptr< Kel::GenericIf > PyObjectToUnsignedIntegral( Kel::KelType type, PyObject* obj ) {
+Kel::Ptr< Kel::GenericIf > PyObjectToUnsignedIntegral( Kel::KelType const& type, PyObject* obj ) {
    return integralToGenericIf< T >( type, obj, PyLong_AsUnsignedLongLong );
 }
 template< std::signed_integral T >
-Kel::Ptr< Kel::GenericIf > PyObjectToSignedIntegral( Kel::KelType type, PyObject* obj ) {
+Kel::Ptr< Kel::GenericIf > PyObjectToSignedIntegral( Kel::KelType const& type, PyObject* obj ) {
    return integralToGenericIf< T >( type, obj, PyLong_AsLongLong );
 }
 
 template< class T >
-Kel::Ptr< Kel::GenericIf > PyObjectToIntegral( Kel::KelType type, PyObject* obj ) {
+Kel::Ptr< Kel::GenericIf > PyObjectToIntegral( Kel::KelType const& type, PyObject* obj ) {
    if constexpr( std::unsigned_integral< T > ) {
       return PyObjectToUnsignedIntegral< T >( type, obj );
    } else {

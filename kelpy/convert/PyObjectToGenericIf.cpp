@@ -18,16 +18,16 @@ namespace {
 
 using GenericPtr = Kel::Ptr< Kel::GenericIf >;
 
-GenericPtr defaultGeneric( Kel::KelType type ) {
+GenericPtr defaultGeneric( Kel::KelType const& type ) {
    return type.genericIf( static_cast< void const* >( nullptr ), false );
 }
 
 template< class T >
-GenericPtr newGeneric( Kel::KelType type, T const& value ) {
+GenericPtr newGeneric( Kel::KelType const& type, T const& value ) {
    return type.genericIf( static_cast< void const* >( &value ), false );
 }
 
-GenericPtr stringToGenericIf( PyObject* obj, Kel::KelType type ) {
+GenericPtr stringToGenericIf( PyObject* obj, Kel::KelType const& type ) {
    if( PyString_Check( obj ) ) {
       return newGeneric( type, PyStr_AsKelString( obj ) );
    }
@@ -37,7 +37,7 @@ GenericPtr stringToGenericIf( PyObject* obj, Kel::KelType type ) {
    GenericIf_TypeExceptionThrow( obj, type );
 }
 
-GenericPtr bytesToGenericIf( PyObject* obj, Kel::KelType type ) {
+GenericPtr bytesToGenericIf( PyObject* obj, Kel::KelType const& type ) {
    if( PyString_Check( obj ) ) {
       return newGeneric( type, PyBytes_AsKelBytes( obj ) );
    }
@@ -48,7 +48,7 @@ GenericPtr bytesToGenericIf( PyObject* obj, Kel::KelType type ) {
 }
 
 // Of exactly a float, int or long that fits.
-double asDouble( PyObject* obj, Kel::KelType type ) {
+double asDouble( PyObject* obj, Kel::KelType const& type ) {
    if( !PyFloat_CheckExact( obj ) && !PyInt_CheckExact( obj ) && !PyLong_CheckExact( obj ) ) {
       GenericIf_TypeExceptionThrow( obj, type );
    }
@@ -60,24 +60,22 @@ double asDouble( PyObject* obj, Kel::KelType type ) {
    return value;
 }
 
-GenericPtr boolToGenericIf( PyObject* obj, Kel::KelType type ) {
+GenericPtr boolToGenericIf( PyObject* obj, Kel::KelType const& type ) {
    if( !PyBool_Check( obj ) ) {
       GenericIf_TypeExceptionThrow( obj, type );
    }
    return newGeneric( type, PyInt_AS_LONG( obj ) != 0 );
 }
 
-GenericPtr charToGenericIf( PyObject* obj, Kel::KelType type ) {
+GenericPtr charToGenericIf( PyObject* obj, Kel::KelType const& type ) {
    if( !PyString_Check( obj ) || PyString_GET_SIZE( obj ) != 1 ) {
       GenericIf_TypeExceptionThrow( obj, type );
    }
    return newGeneric( type, PyString_AS_STRING( obj )[0] );
 }
 
-GenericPtr builtinToGenericIf( PyObject* obj, Kel::KelType type ) {
-   if( type.module() != &Kel::_Kel_BuiltinType_kelModule ) {
-      GenericIf_TypeExceptionThrow( obj, type );
-   }
+// `type` stands in the record of the built-in types.
+GenericPtr builtinToGenericIf( PyObject* obj, Kel::KelType const& type ) {
    switch( static_cast< Kel::BuiltinType >( type.typeIndex() ) ) {
    case Kel::BuiltinType::u8:
       return PyObjectToUnsignedIntegral< Kel::U8 >( type, obj );
@@ -114,7 +112,7 @@ GenericPtr builtinToGenericIf( PyObject* obj, Kel::KelType type ) {
    }
 }
 
-GenericPtr enumToGenericIf( PyObject* obj, Kel::KelType type ) {
+GenericPtr enumToGenericIf( PyObject* obj, Kel::KelType const& type ) {
    if( !PyString_Check( obj ) ) {
       return visitIntegral( type.underlyingType(),
          [&]< class T >( IntegralTag< T > ) { return PyObjectToIntegral< T >( type, obj ); } );
@@ -132,7 +130,7 @@ GenericPtr enumToGenericIf( PyObject* obj, Kel::KelType type ) {
 }
 
 // The wrapper's own generic, shared.
-GenericPtr wrapperToGenericIf( PyObject* obj, Kel::KelType type ) {
+GenericPtr wrapperToGenericIf( PyObject* obj, Kel::KelType const& type ) {
    if( !PyGenericIf_TypeCheck( obj, type ) ) {
       GenericIf_TypeExceptionThrow( obj, type );
    }
@@ -161,13 +159,13 @@ GenericPtr defaultAttrValue( PyObject* obj, DefaultAttrData const& data ) {
 }
 
 // Whether the type is constructed from just this attribute.
-bool isSoleConstructorArg( Kel::KelType type, Kel::KelAttr attr ) {
+bool isSoleConstructorArg( Kel::KelType const& type, Kel::KelAttr attr ) {
    return type.constructorArgNames() == 1 &&
           std::strcmp(
              type.module()->attrNamePool + type.constructorArgs()->nameOffset(), attr.name() ) == 0;
 }
 
-GenericPtr valueFromDefaultAttr( Kel::KelType type, Kel::KelAttr attr, GenericPtr attrValue ) {
+GenericPtr valueFromDefaultAttr( Kel::KelType const& type, Kel::KelAttr attr, GenericPtr attrValue ) {
    if( isSoleConstructorArg( type, attr ) ) {
       Kel::ArgVector args;
       args.push_back( std::move( attrValue ) );
@@ -180,7 +178,7 @@ GenericPtr valueFromDefaultAttr( Kel::KelType type, Kel::KelAttr attr, GenericPt
 
 // The default attribute comes first, so that a plain Python object passes wherever the value is
 // wanted.
-GenericPtr valueToGenericIf( PyObject* obj, Kel::KelType type ) {
+GenericPtr valueToGenericIf( PyObject* obj, Kel::KelType const& type ) {
    DefaultAttrData const& data = defaultAttrData( type );
    if( !data.setAttr ) {
       return wrapperToGenericIf( obj, type );
@@ -194,7 +192,7 @@ GenericPtr valueToGenericIf( PyObject* obj, Kel::KelType type ) {
    return valueFromDefaultAttr( type, data.setAttr, std::move( attrValue ) );
 }
 
-GenericPtr pointerToGenericIf( PyObject* obj, Kel::KelType type ) {
+GenericPtr pointerToGenericIf( PyObject* obj, Kel::KelType const& type ) {
    if( obj == Py_None ) {
       return type.hasOwnPtrInterface() ? defaultGeneric( type ) : GenericPtr();
    }
@@ -204,13 +202,16 @@ GenericPtr pointerToGenericIf( PyObject* obj, Kel::KelType type ) {
 } // namespace
 
 Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf_unsafe(
-   PyObject* obj, Kel::KelType type, bool optional ) {
+   PyObject* obj, Kel::KelType const& type, bool optional ) {
    KEL_ASSERT( type );
    if( obj == Py_None && optional ) {
       return nullptr;
    }
-   if( type.isBuiltinType() ) {
+   if( type.module() == &Kel::_Kel_BuiltinType_kelModule ) {
       return builtinToGenericIf( obj, type );
+   }
+   if( type.isBuiltinType() ) {
+      GenericIf_TypeExceptionThrow( obj, type );
    }
    if( type.isEnumType() ) {
       return enumToGenericIf( obj, type );
@@ -218,7 +219,7 @@ Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf_unsafe(
    return type.isValue() ? valueToGenericIf( obj, type ) : pointerToGenericIf( obj, type );
 }
 
-Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf( PyObject* obj, Kel::KelType type, bool optional ) {
+Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf( PyObject* obj, Kel::KelType const& type, bool optional ) {
    Kel::GilAnchor const gil;
    return PyObjectToGenericIf_unsafe( obj, type, optional );
 }

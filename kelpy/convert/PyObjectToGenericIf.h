@@ -11,7 +11,7 @@
 // flag, all else becomes a new non-const generic. Throws Kel::TypeException with no Python error
 // pending, PythonException, and what a constructor of the runtime throws.
 KELPY_API Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf_unsafe(
-   PyObject* obj, Kel::KelType type, bool optional );
+   PyObject* obj, Kel::KelType const& type, bool optional );
 // The same for callers that may not have the GIL: takes it for the length of the conversion.
 KELPY_API Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf(
-   PyObject* obj, Kel::KelType type, bool optional );
+   PyObject* obj, Kel::KelType const& type, bool optional );

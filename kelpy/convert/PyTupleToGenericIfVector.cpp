@@ -1,5 +1,7 @@
 #include <kelpy/convert/PyTupleToGenericIfVector.h>
 
+#include <array>
+#include <cstdint>
 #include <string>
 
 #include <kel/Exception.h>
@@ -42,10 +44,33 @@ void checkCount( PyObject* tuple, ParameterList const& params, bool constructor 
    }
 }
 
+// The types that parameters name, by the place of the name in its record, which stays. GIL.
+class RecentTypeNames {
+ public:
+   // Throws Kel::NoTypeNodeException.
+   Kel::KelType type( char const* name ) {
+      Recent& recent = recent_[reinterpret_cast< std::uintptr_t >( name ) % recent_.size()];
+      if( recent.name != name ) [[unlikely]] {
+         recent = { name, Kel::typeNode( name ) };
+      }
+      return recent.type;
+   }
+
+ private:
+   struct Recent {
+      char const* name = nullptr;
+      Kel::KelType type;
+   };
+
+   std::array< Recent, 256 > recent_;
+};
+
+constinit RecentTypeNames recentTypeNames;
+
 Kel::Ptr< Kel::GenericIf const > argument(
    PyObject* element, Parameter const& param, std::size_t index, bool constructor ) {
    auto const& [name, typeName, optional] = param;
-   Kel::KelType const type = Kel::typeNode( typeName );
+   Kel::KelType const type = recentTypeNames.type( typeName );
    try {
       return PyObjectToGenericIf_unsafe( element, type, optional );
    } catch( Kel::TypeException const& e ) {
@@ -71,7 +96,7 @@ Kel::ArgVector PyTupleToGenericIfVector_helper(
    return args;
 }
 
-Kel::ArgVector PyTupleToGenericIfVector( PyObject* tuple, Kel::KelType type ) {
+Kel::ArgVector PyTupleToGenericIfVector( PyObject* tuple, Kel::KelType const& type ) {
    return PyTupleToGenericIfVector_helper(
       tuple, parameterList( type.module(), type.constructorArgs() ), true );
 }

@@ -18,7 +18,7 @@ using ParameterList = boost::container::small_vector< Parameter, 8 >;
 // of an element or the look-up of its type throws.
 
 // The arguments of a constructor of the type.
-KELPY_API Kel::ArgVector PyTupleToGenericIfVector( PyObject* tuple, Kel::KelType type );
+KELPY_API Kel::ArgVector PyTupleToGenericIfVector( PyObject* tuple, Kel::KelType const& type );
 // The arguments of a function or an instantiating attribute.
 KELPY_API Kel::ArgVector PyTupleToGenericIfVector( PyObject* tuple, Kel::KelAttr const& attr );
 KELPY_API Kel::ArgVector PyTupleToGenericIfVector_helper(

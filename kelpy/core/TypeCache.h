@@ -15,7 +15,7 @@ template< class Value >
 class TypeCache {
  public:
    // Null if there is no entry; valid for good.
-   Value const* find( Kel::KelType type ) {
+   Value const* find( Kel::KelType const& type ) {
       Recent& recent = recent_[place( type )];
       if( recent.type == type ) [[likely]] {
          return recent.value;
@@ -40,7 +40,7 @@ class TypeCache {
 
    static constexpr std::size_t places = 256;
 
-   static std::size_t place( Kel::KelType type ) {
+   static std::size_t place( Kel::KelType const& type ) {
       auto const record = reinterpret_cast< std::uintptr_t >( type.module() );
       return ( ( record >> 5 ) + type.typeIndex() ) % places;
    }

@@ -34,6 +34,15 @@ bool isNeverProxy( PyObject* object ) {
    return !_PyType_Lookup( type, name );
 }
 
+bool isWithoutProxies( PyObject* tuple ) {
+   for( Py_ssize_t i = 0; i < PyTuple_GET_SIZE( tuple ); ++i ) {
+      if( !isNeverProxy( PyTuple_GET_ITEM( tuple, i ) ) ) {
+         return false;
+      }
+   }
+   return true;
+}
+
 // Whether it wraps an object; asked of its Python class, since a type without a declared base
 // counts.
 bool wrapsObject( PyObject* object ) {
@@ -73,6 +82,9 @@ PyRef MountProxyAnchor::_maybeResolveMountProxy( PyObject* object ) const {
 // One level deep. The tuple itself comes back if no element changed.
 PyRef MountProxyAnchor::_resolveTuple( PyObject* tuple ) const {
    Py_ssize_t const size = PyTuple_GET_SIZE( tuple );
+   if( isWithoutProxies( tuple ) ) {
+      return PyRef::borrow( tuple );
+   }
    boost::container::small_vector< PyRef, 8 > elements;
    Py_ssize_t changed = 0;
    for( Py_ssize_t i = 0; i < size; ++i ) {

@@ -189,6 +189,18 @@ inline KelType resolveTypeRef( KelModule const* module, std::int16_t ref ) {
    return KelType( ref >= 0 ? module->referencedTypes[ref] : Impl::coreTypes_[~ref] );
 }
 
+inline KelType KelTypeBase::referencedType() const {
+   return resolveTypeRef( module_, row().typeRef );
+}
+
+inline KelType KelTypeBase::baseType() const {
+   return isEnumType() ? KelType() : referencedType();
+}
+
+inline KelType KelType::underlyingType() const {
+   return isEnumType() ? referencedType() : KelType();
+}
+
 } // namespace Kel
 
 template<>
