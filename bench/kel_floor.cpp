@@ -117,8 +117,8 @@ int text_set_same_turns( PyObject* self, PyObject* value, void* ) {
 
 // The name of an enum's constant.
 PyObject* color_get( PyObject* self, void* ) {
-   static PyObject* const names[] = {
-      PyString_InternFromString( "red" ), PyString_InternFromString( "blue" ) };
+   static PyObject* const names[] = { PyString_InternFromString( "red" ),
+      PyString_InternFromString( "blue" ) };
    Turn turn;
    unsigned color = modelOf( self )->color();
    turn.gilIsBack();
@@ -273,12 +273,10 @@ extern "C" __attribute__( ( visibility( "default" ) ) ) void initkel_floor() {
    PyEval_InitThreads();
    PyObject* module = Py_InitModule( "kel_floor", functions );
    if( module ) {
-      PyTypeObject* deep =
-         newType( "kel_floor.Thing", oneTurn, floor_dealloc, oneTurnMethods );
+      PyTypeObject* deep = newType( "kel_floor.Thing", oneTurn, floor_dealloc, oneTurnMethods );
       addType( module, "Thing", deep );
       addType( module, "SameTurns",
-         newType(
-            "kel_floor.SameTurns", sameTurns, floor_dealloc_same_turns, sameTurnsMethods ) );
+         newType( "kel_floor.SameTurns", sameTurns, floor_dealloc_same_turns, sameTurnsMethods ) );
       for( int depth = 2; depth <= 4; ++depth ) {
          deep = newType( "kel_floor.Deep", nullptr, floor_dealloc, nullptr, deep );
       }

@@ -15,7 +15,8 @@
 
 // Throws the Kel::TypeException of a failed conversion: its text names the wanted type, for an
 // enum all constants, and shows the object. Runs the object's repr.
-[[noreturn]] KELPY_API void GenericIf_TypeExceptionThrow( PyObject* passed, Kel::KelType const& expected );
+[[noreturn]] KELPY_API void GenericIf_TypeExceptionThrow(
+   PyObject* passed, Kel::KelType const& expected );
 
 template< class T >
 struct IntegralTag {};

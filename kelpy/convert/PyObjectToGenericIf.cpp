@@ -165,7 +165,8 @@ bool isSoleConstructorArg( Kel::KelType const& type, Kel::KelAttr attr ) {
              type.module()->attrNamePool + type.constructorArgs()->nameOffset(), attr.name() ) == 0;
 }
 
-GenericPtr valueFromDefaultAttr( Kel::KelType const& type, Kel::KelAttr attr, GenericPtr attrValue ) {
+GenericPtr valueFromDefaultAttr(
+   Kel::KelType const& type, Kel::KelAttr attr, GenericPtr attrValue ) {
    if( isSoleConstructorArg( type, attr ) ) {
       Kel::ArgVector args;
       args.push_back( std::move( attrValue ) );
@@ -219,7 +220,8 @@ Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf_unsafe(
    return type.isValue() ? valueToGenericIf( obj, type ) : pointerToGenericIf( obj, type );
 }
 
-Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf( PyObject* obj, Kel::KelType const& type, bool optional ) {
+Kel::Ptr< Kel::GenericIf > PyObjectToGenericIf(
+   PyObject* obj, Kel::KelType const& type, bool optional ) {
    Kel::GilAnchor const gil;
    return PyObjectToGenericIf_unsafe( obj, type, optional );
 }

@@ -201,7 +201,8 @@ PyObject* setMember( Stage< Kel::KelAttr >& stage, Kel::PyLockAnchor& locks, PyG
 
 } // namespace
 
-PyObject* pyGenericIfSet( PyGenericIf* self, Kel::KelAttr const& attr, PyObject* index, PyObject* rhs ) {
+PyObject* pyGenericIfSet(
+   PyGenericIf* self, Kel::KelAttr const& attr, PyObject* index, PyObject* rhs ) {
    Stage stage( attr, "index resolution: " );
    return guarded( stage, noObject, [&] {
       MountProxyAnchor const indexProxy( index );

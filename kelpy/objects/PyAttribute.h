@@ -13,7 +13,8 @@
 
 // The value of a plain attribute: a new reference, or null with a Python error. Without
 // `useDefaultAttr` a value shows as its wrapper.
-KELPY_API PyObject* pyGenericIfGet( PyGenericIf* self, Kel::KelAttr const& attr, bool useDefaultAttr );
+KELPY_API PyObject* pyGenericIfGet(
+   PyGenericIf* self, Kel::KelAttr const& attr, bool useDefaultAttr );
 // Writes a member of a collection. `index` is null for a collection whose members carry their key.
 // The member made, for an instantiating collection, else None; null with a Python error.
 KELPY_API PyObject* pyGenericIfSet(

@@ -212,7 +212,8 @@ Ptr< GenericIf > fromAddress( void const* address, bool isConst ) {
 template< class T, class Base >
 void* toBase( void* object ) {
    static_assert(
-      requires( Base* base ) { static_cast< T* >( base ); }, "a declared base must not be virtual" );
+      requires( Base * base ) { static_cast< T* >( base ); },
+      "a declared base must not be virtual" );
    return static_cast< Base* >( static_cast< T* >( object ) );
 }
 
