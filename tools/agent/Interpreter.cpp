@@ -8,7 +8,7 @@
 #include <climits>
 #include <csignal>
 #include <cstdlib>
-#include <optional>
+#include <cstring>
 
 #include "PythonError.h"
 
@@ -25,31 +25,26 @@ std::string ownFolder() {
    return file.substr( 0, file.rfind( '/' ) );
 }
 
-// PYTHONPATH as Python reads it at its start; put back for the processes that the agent starts.
-class PathForStart {
- public:
-   explicit PathForStart( std::string const& folder ) {
-      if( char const* const text = std::getenv( "PYTHONPATH" ) ) {
-         kept_ = text;
-      }
-      if( !folder.empty() ) {
-         std::string const path = kept_ && !kept_->empty() ? *kept_ + ":" + folder : folder;
-         setenv( "PYTHONPATH", path.c_str(), 1 );
-      }
-   }
-   PathForStart( PathForStart const& ) = delete;
-   PathForStart& operator=( PathForStart const& ) = delete;
-   ~PathForStart() {
-      if( kept_ ) {
-         setenv( "PYTHONPATH", kept_->c_str(), 1 );
-      } else {
-         unsetenv( "PYTHONPATH" );
-      }
-   }
+// The folder of the standard library, as it stands in sys.path; null if that cannot be told.
+PyRef libraryFolder() {
+   PyRef const os = PyRef::steal( PyImport_ImportModule( "os" ) );
+   PyRef const file = PyRef::steal( os ? PyObject_GetAttrString( os.get(), "__file__" ) : nullptr );
+   char const* const text = file ? PyString_AsString( file.get() ) : nullptr;
+   char const* const slash = text ? std::strrchr( text, '/' ) : nullptr;
+   return PyRef::steal( slash ? PyString_FromStringAndSize( text, slash - text ) : nullptr );
+}
 
- private:
-   std::optional< std::string > kept_;
-};
+// What cannot be imported for want of this is told then.
+void addToPath( std::string const& folder ) {
+   PyObject* const path = PySys_GetObject( const_cast< char* >( "path" ) );
+   PyRef const name = PyRef::steal( PyString_FromString( folder.c_str() ) );
+   if( path && name && PyList_Check( path ) ) {
+      PyRef const library = libraryFolder();
+      Py_ssize_t const found = library ? PySequence_Index( path, library.get() ) : -1;
+      PyList_Insert( path, found < 0 ? PyList_GET_SIZE( path ) : found, name.get() );
+   }
+   PyErr_Clear();
+}
 
 // The interpreter that the project was built with: sys.executable, and where the standard library
 // is found from.
@@ -89,8 +84,10 @@ Interpreter::Interpreter( std::string const& modules ) {
    obeyUnbuffered();
    // The _Kel that this program is linked with, and never a second one.
    PyImport_AppendInittab( embeddedModule, init_Kel );
-   PathForStart const path( modules );
    Py_InitializeEx( 1 );
+   if( !modules.empty() ) {
+      addToPath( modules );
+   }
 }
 
 Interpreter::~Interpreter() {
