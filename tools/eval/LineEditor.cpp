@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,27 +11,73 @@
 #include <cerrno>
 #include <clocale>
 #include <cstdio>
+#include <cwchar>
 
 namespace {
 
 constexpr int historyLines = 1000;
 constexpr char indent[] = "    ";
 
-// Ctrl-C ends the wait for a line, and not the program, for the lifetime of this.
+constinit volatile std::sig_atomic_t interrupted = 0;
+
+// For its lifetime Ctrl-C ends the wait for a key, and not the program. Outside of that wait the
+// signal is blocked, so that none is lost.
 class Interruptible {
  public:
    Interruptible() {
+      interrupted = 0;
+      sigset_t set;
+      sigemptyset( &set );
+      sigaddset( &set, SIGINT );
+      sigprocmask( SIG_BLOCK, &set, &keptMask_ );
       struct sigaction action = {};
-      action.sa_handler = []( int ) {};
+      action.sa_handler = []( int ) { interrupted = 1; };
       sigaction( SIGINT, &action, &kept_ );
    }
    Interruptible( Interruptible const& ) = delete;
    Interruptible& operator=( Interruptible const& ) = delete;
-   ~Interruptible() { sigaction( SIGINT, &kept_, nullptr ); }
+   ~Interruptible() {
+      sigaction( SIGINT, &kept_, nullptr );
+      sigprocmask( SIG_SETMASK, &keptMask_, nullptr );
+   }
 
  private:
    struct sigaction kept_ = {};
+   sigset_t keptMask_ = {};
 };
+
+// Waits for a byte of the terminal, or for Ctrl-C; as read(2) returns.
+ssize_t readByte( char& byte ) {
+   sigset_t open;
+   sigprocmask( SIG_BLOCK, nullptr, &open );
+   sigdelset( &open, SIGINT );
+   pollfd input{ STDIN_FILENO, POLLIN, 0 };
+   while( ppoll( &input, 1, nullptr, &open ) < 0 ) {
+      if( interrupted || errno != EINTR ) {
+         return -1;
+      }
+   }
+   return ::read( STDIN_FILENO, &byte, 1 );
+}
+
+// One character for the library: 1, or what readByte gives instead. Bytes that are none are passed
+// over.
+int readCharacter( EditLine*, wchar_t* character ) {
+   std::mbstate_t state = {};
+   for( ;; ) {
+      char byte = 0;
+      if( ssize_t const length = readByte( byte ); length != 1 ) {
+         return static_cast< int >( length );
+      }
+      std::size_t const result = std::mbrtowc( character, &byte, 1, &state );
+      if( result <= 1 ) {
+         return 1;
+      }
+      if( result == static_cast< std::size_t >( -1 ) ) {
+         state = {};
+      }
+   }
+}
 
 // The file exists then, readable for the user alone. The library would make it so only behind its
 // first write.
@@ -77,6 +124,7 @@ LineEditor::LineEditor( std::string historyFile, Complete complete )
    EditLine* const editor = editor_.get();
    el_set( editor, EL_CLIENTDATA, this );
    el_set( editor, EL_PROMPT, &LineEditor::prompt );
+   el_set( editor, EL_GETCFN, readCharacter );
    el_set( editor, EL_EDITOR, "emacs" );
    el_set( editor, EL_HIST, history, history_.get() );
    el_set( editor, EL_ADDFN, "kel-complete", "Completes a name", &LineEditor::complete );
@@ -89,10 +137,8 @@ LineEditor::Outcome LineEditor::read( std::string const& prompt, std::string& li
    Interruptible const interruptible;
    prompt_ = prompt;
    int length = 0;
-   errno = 0;
    char const* const text = el_gets( editor_.get(), &length );
    if( !text ) {
-      bool const interrupted = length < 0 && errno == EINTR;
       el_reset( editor_.get() );
       std::fputs( "\n", stdout );
       std::fflush( stdout );
