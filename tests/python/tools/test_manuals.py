@@ -1,0 +1,35 @@
+"""The manuals of the programs: they tell of each option, and they are well formed."""
+
+import os
+import re
+import subprocess
+import unittest
+
+from programs import AGENT, EVAL, ProgramCase
+
+MANUALS = os.path.normpath(
+    os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../../tools/man"))
+
+
+class Manuals(ProgramCase):
+
+    def pages(self):
+        for program in AGENT, EVAL:
+            path = os.path.join(MANUALS, os.path.basename(program) + ".1")
+            with open(path) as page:
+                yield program, path, page.read().replace("\\-", "-")
+
+    def test_they_tell_of_each_option(self):
+        for program, _, text in self.pages():
+            options = re.findall(r"^  .*?(--[a-z-]+)", self.command(program, "--help").out, re.M)
+            self.assertGreater(len(options), 5)
+            self.assertEqual([option for option in options if option not in text], [])
+
+    def test_they_are_well_formed(self):
+        for _, path, _ in self.pages():
+            try:
+                formatter = subprocess.Popen(
+                    ["groff", "-man", "-ww", "-z", path], stderr=subprocess.PIPE)
+            except OSError:
+                raise unittest.SkipTest("there is no groff")
+            self.assertEqual(formatter.communicate()[1], "")
