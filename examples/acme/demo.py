@@ -7,7 +7,10 @@ that Python needs to know of them.
 from __future__ import print_function
 
 import os
+import shutil
 import signal
+import subprocess
+import tempfile
 import threading
 import time
 
@@ -237,3 +240,33 @@ except KeyboardInterrupt:
     while manager.isRunning:
         time.sleep(0.001)
     print("interrupted, and the loop has ended in order")
+
+
+headline("Agents")
+
+# An agent is a process with objects like these that lives long and can be questioned from outside.
+# This one runs the script agent.py beside us: a store and a handler that writes down what it costs
+# to buy there. It is announced in a folder, which for a moment is one of our own.
+here = os.path.dirname(os.path.abspath(__file__))
+programs = os.path.join(os.path.dirname(os.path.abspath(_Kel.__file__)), os.pardir, "bin")
+os.environ["KELC_AGENTS_DIR"] = tempfile.mkdtemp()
+agent = subprocess.Popen(
+    [os.path.join(programs, "kel-agent"), "--group", "acme", "--name", "shop",
+     os.path.join(here, "agent.py")], stdout=subprocess.PIPE)
+try:
+    print("it says:", agent.stdout.readline().strip())
+
+    def ask(*words):
+        """What kel-eval prints; a program in C++ asks in the same way through Kel::PyClient."""
+        return subprocess.check_output([os.path.join(programs, "kel-eval"), "acme.shop"] + list(words)).strip()
+
+    print("a bolt costs", ask("store.price['bolt']"), "there, a nut", ask("store.price.get('nut')"))
+    # A change from outside is a change like any other: the agent's own handler sees it.
+    ask("-x", "store.price['nut'] = 2")
+    while ask("len(changes)") == "0":
+        time.sleep(0.01)
+    print("its handler saw:", ask("changes[-1]"))
+finally:
+    agent.terminate()  # SIGTERM asks it to end in order
+print("it ended with status", agent.wait())
+shutil.rmtree(os.environ["KELC_AGENTS_DIR"])

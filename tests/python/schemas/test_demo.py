@@ -33,7 +33,7 @@ runpy.run_path(sys.argv[1], run_name="__main__")
 
     def test_it_reacts_and_ends_in_order_at_Ctrl_C(self):
         out = self.run_demo()
-        self.assertTrue(out.endswith("""
+        self.assertIn("""
 Reactions
 ---------
 told of price of nut: 5
@@ -43,6 +43,17 @@ closing time
 told of price of nut: 1
 restocked: 50
 interrupted, and the loop has ended in order
+""", out)
+
+    def test_it_questions_an_agent_and_sees_its_handler_react(self):
+        out = self.run_demo()
+        self.assertTrue(out.endswith("""
+Agents
+------
+it says: open for business
+a bolt costs 5 there, a nut None
+its handler saw: price of nut is 2 now
+it ended with status 0
 """), out)
 
     def test_a_shell_that_has_turned_Ctrl_C_off_does_not_keep_it_from_its_end(self):
