@@ -16,6 +16,7 @@ import kel_floor
 import kel_many_types
 import operations
 import reactions
+import round_trips
 import scale
 
 UNROLLED = 20
@@ -98,10 +99,13 @@ def main():
     print
     reaction_figures = reactions.measure(5)
     reactions.report(reaction_figures)
+    print
+    round_trip_figures = round_trips.report()
     if options.json:
         figures = dict((title, dict((name, {"least": least, "most": most})
                                     for name, (least, most) in row.items())) for title, row in rows)
         figures["reactions"] = reaction_figures
+        figures["round trips"] = round_trip_figures
         with open(options.json, "w") as out:
             json.dump(figures, out, indent=1, sort_keys=True)
             out.write("\n")
