@@ -28,6 +28,7 @@ set( ENV{LD_LIBRARY_PATH} "" )
 set( ENV{PYTHONPATH} "" )
 step( ${place}/build/runtime_only )
 step( ${place}/build/embedded )
+step( ${place}/build/client )
 set( ENV{PYTHONPATH} ${modules} )
 step( ${PYTHON27} -c "import _Kel; print _Kel.__file__; assert not _Kel.attributeAccessorCount()" )
 
