@@ -194,7 +194,7 @@ class Connection(threading.Thread):
         self.descriptor = accepted.fileno()
         self._loop = loop
         self._socket = accepted
-        self._stream = _PyServerWire.Stream(accepted)
+        self._stream = _PyServerWire.Stream(accepted, loop.limits.idle)
 
     def hangUp(self):
         """Wakes the thread, if it waits for its client. A thread lets its own answer out."""
@@ -231,7 +231,6 @@ class Connection(threading.Thread):
 
     def _serveOne(self, limits):
         # A call of its own, so that nothing of a request outlives it while the next is awaited.
-        self._stream.deadlineIn(limits.idle, "no request for too long")
         self._stream.awaitData()
         self._stream.deadlineIn(limits.frame, "an unfinished request")
         header, text = _PyServerWire.readRequest(self._stream.read, limits.request)

@@ -20,6 +20,7 @@ EXEC = "?2"
 SUCCESS = "OK"
 FAILURE = "ER"
 
+_MSG_DONTWAIT = 0x40
 _MSG_NOSIGNAL = 0x4000
 _PIECE = 8192  # a request of the client's own longest, at one go
 _LARGE_PIECE = 65536
@@ -65,25 +66,46 @@ def now():
 
 
 class Stream(object):
-    """Exact reads and whole writes on a socket, each until a deadline."""
+    """Exact reads and whole writes on a socket, each until a deadline.
 
-    def __init__(self, connection):
-        connection.setblocking(False)
+    The rest between requests has a limit of its own, the kernel's: it costs no call, and requests
+    mostly come whole.
+    """
+
+    def __init__(self, connection, idle):
+        """`idle` is how many seconds awaitData waits."""
+        microseconds = max(1, int(min(idle, 2 ** 31) * 1e6))  # 0 would be no limit
+        connection.setblocking(True)
+        connection.setsockopt(
+            socket.SOL_SOCKET, socket.SO_RCVTIMEO,
+            struct.pack("ll", *divmod(microseconds, 1000000)))
         self._socket = connection
+        self._idle = idle
         self._poll = select.poll()
         self._poll.register(connection, 0)
         self._read = bytearray()  # received and not yet asked for
         self.deadlineIn(0, "")
 
+    def awaitData(self):
+        """Waits until there is something to read."""
+        end = now() + self._idle
+        while not self._read:
+            try:
+                piece = self._socket.recv(_PIECE)
+            except socket.error as error:
+                if error.errno not in (errno.EAGAIN, errno.EINTR):
+                    raise Closed()
+                if error.errno == errno.EAGAIN or now() > end:
+                    raise Late("no request for too long")
+                continue
+            if not piece:
+                raise Closed()
+            self._read += piece
+
     def deadlineIn(self, seconds, missed):
-        """`missed` tells what the peer has not done by then."""
+        """For what is read from here on; `missed` tells what the peer has not done by then."""
         self._deadline = now() + seconds
         self._missed = missed
-
-    def awaitData(self):
-        """Returns once there is something to read, be it the end."""
-        if not self._read:
-            self._wait(select.POLLIN)
 
     def read(self, count):
         while len(self._read) < count:
@@ -98,7 +120,7 @@ class Stream(object):
         sent = 0
         while sent < len(data):
             try:
-                sent += self._socket.send(buffer(data, sent), _MSG_NOSIGNAL)
+                sent += self._socket.send(buffer(data, sent), _MSG_DONTWAIT | _MSG_NOSIGNAL)
             except socket.error as error:
                 self.deadlineIn(seconds, "it does not take the answer")
                 self._after(error, select.POLLOUT)
@@ -120,7 +142,7 @@ class Stream(object):
             if now() > self._deadline:
                 raise Late(self._missed)
             try:
-                piece = self._socket.recv(size)
+                piece = self._socket.recv(size, _MSG_DONTWAIT)
             except socket.error as error:
                 self._after(error, select.POLLIN)
                 continue

@@ -16,7 +16,7 @@ import unittest
 
 import _PyServerLoop
 import _PyServerWire
-from kel_testing import wait_until
+from kel_testing import in_child, wait_until
 from serving import ServerCase, frame
 
 
@@ -71,15 +71,15 @@ class Rubbish(Apart):
         class Flood(object):
             fileno = sys.stdin.fileno
 
-            def setblocking(self, _):
+            def setblocking(self, *_):
                 pass
 
-            shutdown = setblocking
+            setsockopt = shutdown = setblocking
 
-            def recv(self, size):
+            def recv(self, size, _):
                 return "x" * size
 
-        stream = _PyServerWire.Stream(Flood())
+        stream = _PyServerWire.Stream(Flood(), 1)
         stream.deadlineIn(0.1, "")
         stream.drain()
 
@@ -122,6 +122,25 @@ class Rubbish(Apart):
         __main__.go.set()
         self.check_others()
         wait_until(lambda: connections() == 1)
+
+
+    def test_a_process_that_dies_of_broken_pipes_does_not_die_of_a_client(self):
+        in_child("""
+            import os, signal, sys, threading
+            sys.path.insert(0, %r)
+            from kel_testing import in_child, wait_until
+            from serving import Client, frame
+            import PyServer
+            signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+            go = threading.Event()
+            with PyServer.PyServer("acme", "shop") as server:
+                client = Client(server.socketName)
+                client.socket.sendall(frame("?1", "go.wait(60)"))
+                client.close()
+                go.set()
+                wait_until(lambda: threading.active_count() == 2)
+                assert Client(server.socketName).eval("1") == ("OK", "1")
+            """ % os.path.dirname(os.path.abspath(__file__))).expect()
 
 
 class Slow(Apart):

@@ -85,6 +85,15 @@ class Loopback(ServerCase):
             self.assertEqual(client.recv(4), "Kel1")
             client.close()
 
+    def test_two_looks_that_differ_tell_nobody(self):
+        looks = [0, None, 0, os.geteuid() + 1]
+        self.addCleanup(setattr, _PyServerPeer, "_ownerOf", _PyServerPeer._ownerOf)
+        _PyServerPeer._ownerOf = lambda *_: looks.pop(0)
+        server = self.serve(port=0)
+        for _ in range(2):
+            self.assertTrue(self.client(server.port, greet=False).isClosed())
+        self.assertEqual(looks, [])
+
     def test_a_peer_that_has_gone_is_not_asked_for(self):
         listener = socket.socket()
         listener.bind(("127.0.0.1", 0))
