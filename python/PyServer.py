@@ -102,10 +102,15 @@ class PyServer(object):
         It is called at the exit of the interpreter.
         """
         run, self._run = self._run, None
-        _running.discard(self)
-        if run is not None:
-            self.socketName, self.port, self.agentFile = None, 0, None
+        if run is None:
+            return
+        try:
             run.stop(timeout)
+        except BaseException:
+            self._run = run  # a signal handler raised; the rest can go by another stop()
+            raise
+        _running.discard(self)
+        self.socketName, self.port, self.agentFile = None, 0, None
 
     def __enter__(self):
         self.start()
@@ -159,8 +164,8 @@ class _Run(object):
                 self._removeSocketFolder()
                 self._stopListening()
         except Error:
-            # The directory is gone, or somebody sits on its lock. Nobody takes a file for stale that
-            # is locked, so it can go even so.
+            # The directory is gone, or somebody sits on its lock. The file can go even so: it is
+            # locked, so nobody takes it for stale meanwhile.
             self._removeFiles()
             self._stopListening()
         if self._loop is not None:
@@ -169,8 +174,9 @@ class _Run(object):
     def _announce(self, fileName, socketName, port):
         directory = agentDirectory()
         makeAgentDirectory(directory)
-        self._directory = directory = os.path.abspath(directory)
+        directory = os.path.abspath(directory)
         with DirectoryLock(directory, _LOCK_SECONDS):
+            self._directory = directory
             self.agentFile = AgentFile(os.path.join(directory, fileName))
             self.agentFile.claim()
             # Only now is it sure that a socket of that name is of a dead agent.

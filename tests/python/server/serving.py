@@ -1,4 +1,4 @@
-"""What the tests of PyServer share: servers in a folder of their own, and clients of bare sockets."""
+"""What the tests of PyServer share: servers in a folder of their own, clients of bare sockets."""
 
 import os
 import shutil

@@ -247,6 +247,20 @@ class Locks(ServerCase):
         self.assertEqual([name for name in os.listdir(self.folder) if name[0] != "."], [])
         self.assertEqual(os.listdir(self.path(".sockets-%d" % os.geteuid())), [])
 
+    def test_an_interrupted_stop_may_be_done_again(self):
+        server = self.serve()
+
+        def interrupt(*_):
+            raise KeyboardInterrupt()
+
+        self.addCleanup(signal.signal, signal.SIGALRM, signal.signal(signal.SIGALRM, interrupt))
+        with _PyServerFiles.DirectoryLock(self.folder, 0):
+            signal.setitimer(signal.ITIMER_REAL, 0.1)
+            self.assertRaises(KeyboardInterrupt, server.stop)
+            self.assertTrue(os.path.exists(self.path("acme.shop")))
+        server.stop()
+        self.assertEqual(os.listdir(self.folder), [])
+
     def test_stop_leaves_the_files_of_a_successor_alone(self):
         first = self.serve(socketName=self.path("s"))
         os.unlink(self.path("s"))
@@ -297,12 +311,11 @@ class End(ServerCase):
 
     def test_an_exit_with_clients_connected(self):
         self.assertEqual(self.check_end("""
+            sys.path.insert(0, %r)
             from serving import Client
             clients = [Client(server.socketName), Client(server.port)]
             assert [client.eval("1") for client in clients] == [("OK", "1")] * 2
-            sys.exit(0)""".replace(
-                "from", "sys.path.insert(0, %r)\n            from" % os.path.dirname(__file__))).err,
-            "")
+            sys.exit(0)""" % os.path.dirname(os.path.abspath(__file__))).err, "")
 
     def test_an_exit_of_a_child_does_not_end_the_agent(self):
         self.check_end("""

@@ -62,7 +62,8 @@ class Requests(ServerCase):
         self.assertEqual(self.served.eval("f()"), ("OK", "[0, 1, 2]"))
 
     def test_lines_may_end_as_those_of_other_systems(self):
-        self.assertEqual(self.served.execute("told = 1\r\nif told:\r\n    told = 7\r\n"), ("OK", ""))
+        text = "told = 1\r\nif told:\r\n    told = 7\r\n"
+        self.assertEqual(self.served.execute(text), ("OK", ""))
         self.assertEqual(__main__.told, 7)
 
     def test_a_str_comes_back_as_it_is(self):
