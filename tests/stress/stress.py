@@ -1,0 +1,128 @@
+"""Threads of every sort upon the same objects: of Python, of the runtime, and two of neither.
+
+Eight threads of Python, two that Python never saw and the runtime's loop read, write, call,
+iterate, make and drop objects, handles, notifiees and timers, and fork. Nobody may get stuck, and
+each change reaches each notifiee once, in order for one object.
+
+The tests make a short run each, of KEL_STRESS_STEPS steps if that is set. For a long one:
+
+   ./dev python tests/stress/stress.py --steps 50000 --forks 200
+"""
+
+import argparse
+import gc
+import sys
+import time
+
+import _Kel
+import kel_hand
+import kel_stress
+import plants
+from worker import Worker
+from world import World, manager, root
+
+PYTHON_THREADS = 8
+NATIVE_THREADS = 2
+
+
+def drain(workers):
+    """Waits until all that is pending is delivered, the last timers too."""
+    participant = kel_stress.participant("the rest of the changes")
+    manager.runUntilIdle()
+    while any(worker.armed_timers() for worker in workers):
+        manager.runUntilIdle()
+    kel_stress.done(participant)
+
+
+def start(world, options):
+    workers = [Worker(world, number, options) for number in range(PYTHON_THREADS)]
+    kel_stress.startNative(world.strict, world.loose, world.store, world.item, NATIVE_THREADS,
+                           options.steps, options.forks)
+    for worker in workers:
+        worker.start()
+    return workers
+
+
+def loose_writers(world, workers):
+    """How many keyed and plain changes each writer has made of the object without a ledger."""
+    writers = dict((worker.name, (worker.loose_keyed, worker.loose_plain)) for worker in workers)
+    noted = kel_stress.noted(world.loose, 0, kel_stress.notedCount(world.loose))
+    for number in range(NATIVE_THREADS):
+        name = "n%d" % number
+        keys = [key for _, key in noted if key.startswith(name + ":")]
+        writers[name] = len(keys), 0
+    return writers
+
+
+def nothing(world):
+    pass
+
+
+def work(options):
+    """All that the threads do; what went wrong, in words."""
+    world = World()
+    manager.start()
+    plants.EARLY.get(options.plant, nothing)(world)
+    workers = start(world, options)
+    while not all(worker.made for worker in workers):
+        time.sleep(0.001)
+    plants.LATE.get(options.plant, nothing)(world)
+    for worker in workers:
+        worker.join()
+    failures = kel_stress.joinNative()
+    drain(workers)
+    manager.stop()
+    failures += world.faults(loose_writers(world, workers))
+    for worker in workers:
+        failures += worker.faults()
+    world.end()
+    return failures
+
+
+def leaks(before):
+    """The runtime objects that the work has left behind, or has ended too many of."""
+    kel_stress.forgetNoted()
+    gc.collect()
+    return ["%s: %d alive before, %d after" % (name, before.get(name, 0), count)
+            for name, count in sorted(kel_hand.live().items()) if count != before.get(name, 0)]
+
+
+def run(options):
+    """What went wrong, in words."""
+    sys.setcheckinterval(1)
+    is_order_watched = kel_stress.watchLockOrder()
+    if options.safe_pointers:
+        _Kel.enableThreadSafePointers()
+    kel_stress.watch(options.quiet)
+    before = kel_hand.live()
+    failures = work(options)
+    del root["stress"]
+    manager.runUntilIdle()
+    failures += leaks(before)
+    kel_stress.unwatch()
+    if kel_stress.lockOrderViolations():
+        failures.append("the order of the locks was not kept")
+    print "the order of the locks was %swatched" % ("" if is_order_watched else "not ")
+    return failures
+
+
+def main():
+    parser = argparse.ArgumentParser(description="The stress test.")
+    parser.add_argument("--steps", type=int, default=1000, help="of each thread")
+    parser.add_argument("--forks", type=int, default=10, help="of each thread, about")
+    parser.add_argument("--quiet", type=int, default=40,
+                        help="seconds without a step of a thread that count as a deadlock")
+    parser.add_argument("--child-seconds", type=int, default=60,
+                        help="that a forked child may take")
+    parser.add_argument("--safe-pointers", action="store_true",
+                        help="begin with enableThreadSafePointers()")
+    parser.add_argument("--plant", choices=sorted(plants.EARLY) + sorted(plants.LATE),
+                        help="a fault to find")
+    failures = run(parser.parse_args())
+    for failure in failures:
+        print failure
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
