@@ -7,7 +7,7 @@ import unittest
 from kel_testing import in_child
 
 SCRIPT = """
-import sys, threading, time
+import sys, thread, time
 import _Kel, acme, odd
 from reactors import *
 
@@ -19,14 +19,18 @@ def raising(*args):
 def on_main_thread():
     manager.runUntilIdle()
 
+# The interpreter may end before the main thread waits, and takes the names of modules away.
+
 def on_a_thread_of_Python():
-    thread = threading.Thread(target=manager.runUntilIdle)
-    thread.start()
-    thread.join()
+    wait = thread.allocate_lock().acquire
+    wait()
+    thread.start_new_thread(manager.runUntilIdle, ())
+    wait()
 
 def on_the_runtimes_thread():
+    sleep = time.sleep
     manager.start()
-    time.sleep(60)
+    sleep(60)
 """
 
 THREADS = ["on_main_thread()", "on_a_thread_of_Python()", "on_the_runtimes_thread()"]
