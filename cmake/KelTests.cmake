@@ -77,7 +77,7 @@ endfunction()
 
 # Each unittest module is a test of ctest, named by its path.
 function( kel_python_tests )
-   cmake_parse_arguments( PARSE_ARGV 0 arg "" "LABEL" "MODULES" )
+   cmake_parse_arguments( PARSE_ARGV 0 arg "" "LABEL" "OTHER_LABELS;MODULES" )
    kel_python_environment( environment )
    foreach( module IN LISTS arg_MODULES )
       cmake_path( RELATIVE_PATH module BASE_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}
@@ -89,7 +89,7 @@ function( kel_python_tests )
          ${CMAKE_SOURCE_DIR}/cmake/run_python_test.py ${module} )
       set_tests_properties( ${name} PROPERTIES
          TIMEOUT ${KEL_TEST_SECONDS}
-         LABELS ${arg_LABEL}
+         LABELS "${arg_LABEL};${arg_OTHER_LABELS}"
          ENVIRONMENT "${environment}" )
    endforeach()
 endfunction()

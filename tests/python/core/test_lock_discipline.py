@@ -6,7 +6,7 @@ import _Kel
 import acme
 import kel_hand
 import odd
-from kel_testing import TestCase, in_child
+from kel_testing import TestCase, in_child, unless_thread_sanitizer
 
 
 class InsideOfTheRuntime(TestCase):
@@ -61,6 +61,7 @@ class InsideOfTheRuntime(TestCase):
 
 class GuardsThatFail(unittest.TestCase):
 
+    @unless_thread_sanitizer
     def test_a_lock_that_cannot_be_taken_is_a_Python_exception_with_the_GIL_held(self):
         in_child("""
             import _Kel, acme, errno, kel_hand, odd, threading

@@ -5,7 +5,7 @@ import unittest
 
 import _Kel
 import kel_hand
-from kel_testing import TestCase, in_child
+from kel_testing import TestCase, in_child, unless_thread_sanitizer
 
 
 class InOneThread(TestCase):
@@ -119,6 +119,7 @@ assert _Kel.activityLockOwner() == kel_hand.thread()
 _Kel.releaseActivityLock()
 """)
 
+    @unless_thread_sanitizer
     def test_a_release_by_another_thread_ends_the_process(self):
         outcome = in_child(self.HOLDER + "_Kel.releaseActivityLock()").expect(-6)
         self.assertIn("terminate called after throwing an instance of 'Kel::ErrnoException'",
@@ -129,10 +130,12 @@ class Faults(unittest.TestCase):
 
     TERMINATED = "terminate called after throwing an instance of 'Kel::ErrnoException'"
 
+    @unless_thread_sanitizer
     def test_a_release_of_a_free_lock_ends_the_process(self):
         outcome = in_child("import _Kel; _Kel.releaseActivityLock()").expect(-6)
         self.assertIn(self.TERMINATED, outcome.err)
 
+    @unless_thread_sanitizer
     def test_a_failing_acquire_ends_the_process(self):
         outcome = in_child("""
             import _Kel, kel_hand

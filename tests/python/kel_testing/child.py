@@ -46,9 +46,10 @@ def in_child(source, args=(), env=None, deadline=DEADLINE):
     Standard output and error go through files, so that a grandchild that lives on holds nobody up.
     """
     environment = dict(os.environ, **(env or {}))
-    # A crash ends a child by its signal under the address sanitizer too.
-    options = environment.get("ASAN_OPTIONS")
-    environment["ASAN_OPTIONS"] = (options + ":" if options else "") + "handle_segv=0"
+    # A crash ends a child by its signal under a sanitizer too.
+    for name in "ASAN_OPTIONS", "TSAN_OPTIONS":
+        options = environment.get(name)
+        environment[name] = (options + ":" if options else "") + "handle_segv=0"
     command = [sys.executable, "-u", "-c", textwrap.dedent(source)] + list(args)
     late = []
     with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:

@@ -8,7 +8,7 @@ import _Kel
 import acme
 import kel_hand
 import odd
-from kel_testing import TestCase, in_child
+from kel_testing import TestCase, in_child, unless_thread_sanitizer
 
 HANDLE = _Kel.typeNode("Kel::PyObjHandle")
 
@@ -186,6 +186,7 @@ class Locks(unittest.TestCase):
             assert len(made) == 1
             """).expect()
 
+    @unless_thread_sanitizer
     def test_a_lock_that_cannot_be_taken_is_a_Python_exception(self):
         in_child("""
             import sys
