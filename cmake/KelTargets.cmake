@@ -1,8 +1,8 @@
 # Every target of the project is made by one of the functions here, so that the language standard, the
 # warnings, the visibility and the sanitizer are said once.
 
-set( KEL_SANITIZE none CACHE STRING "Sanitizer of all targets: none, address (with undefined), thread" )
-set_property( CACHE KEL_SANITIZE PROPERTY STRINGS none address thread )
+set( KEL_SANITIZE none CACHE STRING "Sanitizer of all targets: none, address (with undefined), thread, fuzzer" )
+set_property( CACHE KEL_SANITIZE PROPERTY STRINGS none address thread fuzzer )
 
 if( NOT CMAKE_BUILD_TYPE )
    set( CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Kind of build" FORCE )
@@ -34,8 +34,13 @@ elseif( KEL_SANITIZE STREQUAL "thread" )
       # Fences of the standard library's shared pointers, which g++ 12 says it does not model.
       list( APPEND flags -Wno-tsan )
    endif()
+elseif( KEL_SANITIZE STREQUAL "fuzzer" )
+   # Of clang: address and undefined, and counters that guide the fuzzers.
+   set( flags -fsanitize=address,undefined,fuzzer-no-link -fno-sanitize-recover=all
+      -fno-omit-frame-pointer )
 elseif( NOT KEL_SANITIZE STREQUAL "none" )
-   message( FATAL_ERROR "KEL_SANITIZE is ${KEL_SANITIZE}; it must be none, address or thread." )
+   message( FATAL_ERROR
+      "KEL_SANITIZE is ${KEL_SANITIZE}; it must be none, address, thread or fuzzer." )
 endif()
 target_compile_options( kel_options INTERFACE ${flags} )
 target_link_options( kel_options INTERFACE ${flags} )
@@ -105,4 +110,17 @@ function( kel_python_files )
       cmake_path( GET file FILENAME name )
       file( CREATE_LINK ${file} ${KEL_PYTHON_DIR}/${name} SYMBOLIC )
    endforeach()
+endfunction()
+
+# A program that looks for an input that brings the function LLVMFuzzerTestOneInput of fuzz_<name>.cpp
+# to its knees. In any build but that of the fuzzers it takes the inputs that it is given.
+function( kel_fuzzer name )
+   if( KEL_SANITIZE STREQUAL "fuzzer" )
+      kel_executable( fuzz_${name} fuzz_${name}.cpp )
+      target_link_options( fuzz_${name} PRIVATE -fsanitize=fuzzer )
+   else()
+      kel_executable( fuzz_${name} fuzz_${name}.cpp replay.cpp )
+   endif()
+   target_include_directories( fuzz_${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} )
+   target_link_libraries( fuzz_${name} PRIVATE ${ARGN} )
 endfunction()
