@@ -1,0 +1,137 @@
+"""Counts the instructions of common operations under callgrind, against the committed figures.
+
+Only those inside of our own libraries count, so that the figures are the same for every build of the
+interpreter. An operation that has grown by more than 3 % fails; --accept writes the figures anew,
+and the change of instructions.json tells what a commit costs or gains.
+"""
+
+import argparse
+import glob
+import json
+import os
+import re
+import subprocess
+import sys
+import tempfile
+
+COMMITTED = os.path.join(os.path.dirname(os.path.abspath(__file__)), "instructions.json")
+OURS = re.compile(r"/lib(kel|KelPy|acme)\.so")
+TIMES = 400
+GROWTH = 1.03
+
+
+def operations():
+    """(name, statement, names) of each operation."""
+    import _Kel
+    import acme
+    item, badge, store = acme.Item("item", 1), acme.Badge("text", 1), acme.Store("store")
+    item.parent, item.color = item, "blue"
+    for i in range(100):
+        store.price[str(i)] = i
+    seen = []
+    watched = acme.StockItem("sku", 1)
+    notifiee = _Kel.newNotifiee(watched, _Kel.handle(lambda attr, key: seen.append(attr)))
+    space = {"item": item, "badge": badge, "store": store, "price": store.price, "acme": acme,
+             "big": acme.Size(7), "small": acme.Size(2), "watched": watched, "notifiee": notifiee,
+             "run": _Kel.singleton("Kel::ActivityManager").runUntilIdle}
+    return [(name, statement, space) for name, statement in (
+        ("U32 read", "badge.level"),
+        ("U32 write", "badge.level = 5"),
+        ("str read", "badge.text"),
+        ("str write", "item.note = 'some text'"),
+        ("enum read", "item.color"),
+        ("pointer read and drop", "item.parent"),
+        ("method of two ints", "item.add(1, 2)"),
+        ("construct and destroy", "acme.Badge('text', 1)"),
+        ("look-up, collection held", "price['50']"),
+        ("ten keys of a walk", "next(walk); " * 9 + "next(walk)"),
+        ("value sum", "big + small"),
+        ("comparison of wrappers", "item == badge"),
+        ("notification", "watched.count += 1; run()"),
+    )]
+
+
+def count():
+    """Runs under callgrind: a count of each operation."""
+    import kel_callgrind
+    for name, statement, space in operations():
+        space = dict(space)
+        before = "walk = iter([])"
+        if "walk" in statement:
+            before = "import itertools; walk = itertools.chain.from_iterable(iter(price) for _ in xrange(10**6))"
+        exec before in space
+        exec "def run_(times):\n    for _ in xrange(times):\n        %s\n" % statement in space
+        space["run_"](100)
+        kel_callgrind.begin()
+        space["run_"](TIMES)
+        kel_callgrind.end(name)
+
+
+def ours_in(path):
+    """(name, instructions inside of our libraries) of one file of callgrind's."""
+    name, objects, mine, total, skip = None, {}, False, 0, False
+    for line in open(path):
+        if line.startswith("desc: Trigger: Client Request: "):
+            name = line[len("desc: Trigger: Client Request: "):].strip()
+        elif line.startswith("ob="):
+            number, _, known = line[3:].strip().partition(" ")
+            if known:
+                objects[number] = bool(OURS.search(known))
+            mine = objects[number]
+        elif line.startswith("cob="):
+            number, _, known = line[4:].strip().partition(" ")
+            if known:
+                objects[number] = bool(OURS.search(known))
+        elif line.startswith("calls="):
+            skip = True  # what the callee costs stands there too
+        elif line[:1].isdigit() or line[:1] in "+-*":
+            if mine and not skip:
+                total += int(line.split()[1])
+            skip = False
+    return name, total
+
+
+def measured():
+    """Instructions for each operation, by name."""
+    folder = tempfile.mkdtemp()
+    pattern = os.path.join(folder, "counts")
+    subprocess.check_call(
+        ["valgrind", "--tool=callgrind", "--instr-atstart=no", "--callgrind-out-file=" + pattern,
+         sys.executable, os.path.abspath(__file__), "--count"],
+        stderr=open(os.path.join(folder, "log"), "w"))
+    counts = dict(ours_in(path) for path in glob.glob(pattern + ".*"))
+    subprocess.check_call(["rm", "-r", folder])
+    return dict((name, total // TIMES) for name, total in counts.items() if name)
+
+
+def compare(now, then):
+    """The names of operations that have grown too much; prints all."""
+    grown = []
+    print "%-28s %10s %10s" % ("instructions", "committed", "now")
+    for name in sorted(set(now) | set(then)):
+        known, found = then.get(name), now.get(name)
+        bad = known is None or found is None or found > known * GROWTH
+        grown += [name] * bad
+        print "%-28s %10s %10s%s" % (name, known, found, "   more than 3 %" * bad)
+    return grown
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--accept", action="store_true", help="write the figures of now")
+    parser.add_argument("--count", action="store_true", help=argparse.SUPPRESS)
+    options = parser.parse_args()
+    if options.count:
+        return count()
+    now = measured()
+    if options.accept:
+        with open(COMMITTED, "w") as out:
+            json.dump(now, out, indent=1, sort_keys=True, separators=(",", ": "))
+            out.write("\n")
+        return 0
+    with open(COMMITTED) as committed:
+        return 1 if compare(now, json.load(committed)) else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
