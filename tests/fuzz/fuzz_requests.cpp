@@ -26,10 +26,16 @@ std::size_t fileNumber( PyCodeObject const* code ) {
 
 int countLine( PyObject*, PyFrameObject* frame, int what, PyObject* ) {
    static std::size_t before = 0;
+   static PyCodeObject const* code = nullptr;
+   static std::size_t number = 0; // of the file of `code`
    if( what != PyTrace_LINE ) {
       return 0;
    }
-   if( std::size_t const number = fileNumber( frame->f_code ) ) {
+   if( code != frame->f_code ) {
+      code = frame->f_code;
+      number = fileNumber( code );
+   }
+   if( number ) {
       std::size_t const place = ( number + static_cast< std::size_t >( frame->f_lineno ) ) * 40503;
       std::uint8_t& counter = counters[( place ^ before >> 1 ) % counterCount];
       counter = counter == 255 ? counter : std::uint8_t( counter + 1 );

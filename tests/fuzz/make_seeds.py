@@ -116,8 +116,11 @@ def requests():
     several = hello + request("abc") + request("Fno") + request("L", "?2")
     for name, most, flags in (
             ("one-at-a-time", 1, 0), ("signals", 0, 1), ("waits", 2, 3), ("gone", 0, 4),
-            ("silent", 0, 8), ("slow", 1, 16), ("slow-enough", 9, 16), ("all", 200, 27)):
-        yield name, case(several if most != 1 else several[:-7], most, flags)
+            ("silent", 0, 8), ("slow", 1, 16), ("slow-enough", 9, 16), ("all", 200, 27),
+            ("leaves", 3, 32), ("leaves-silent", 0, 40)):
+        yield name, case(several, most, flags)
+    yield "leaves-greeted", case(hello, 0, 32)
+    yield "leaves-cut", case(hello + request("abc")[:7], 0, 32)
     yield "rubbish-silent", case(hello + "rubbish" * 10, 3, 10)
     yield "rubbish-gone", case(hello + "rubbish" * 10, 3, 4)
 

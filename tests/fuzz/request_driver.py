@@ -2,7 +2,7 @@
 
 An input is
     1 byte    most bytes that the kernel hands out at once, and takes by 64, 0 for all it can
-    1 byte    flags: SIGNALS, WAITS, GONE, SILENT, SLOW
+    1 byte    flags: SIGNALS, WAITS, GONE, SILENT, SLOW, LEAVES
     the rest  what the client sends: greeting and requests
 All but the evaluation is PyServer's own, and so is the socket; the clock goes on only where the
 server waits. The first letter of a text tells what its evaluation comes to.
@@ -22,13 +22,16 @@ WAITS = 2  # every third one finds nothing
 GONE = 4  # the client is gone before the first answer
 SILENT = 8  # the client sends no more, and does not close
 SLOW = 16  # each piece takes a second
+LEAVES = 32  # the client closes with the first answer unread
 
 REQUEST_LIMIT = 1000
-REPLY_LIMIT = 100000
+REPLY_LIMIT = 4000
+LARGE = 2000  # bytes of an answer that is sent in two parts
 PIECE = 8192  # what the server receives at once for a request of that limit
 LIMITS = _PyServerLoop.Limits(idle=60.0, frame=10.0, connections=4, request=REQUEST_LIMIT)
 
 _MSG_DONTWAIT = 0x40
+_room = bytearray(1 << 16)  # made once: large pieces of memory take time under the sanitizer
 
 
 class Fault(Exception):
@@ -100,17 +103,19 @@ class Socket(object):
     def send(self, data, flags):
         self._before(flags)
         sent = self._server.send(data[:self._most * 64], flags)
+        if self._flags & LEAVES:
+            self._client.close()
         self.collect()
         return sent
 
     def collect(self):
         """Takes the answers over, so that there is room for more."""
         try:
-            while not self._flags & GONE:
-                piece = self._client.recv(1 << 20, _MSG_DONTWAIT)
-                if not piece:
+            while not self._flags & (GONE | LEAVES):
+                count = self._client.recv_into(_room, 0, _MSG_DONTWAIT)
+                if not count:
                     return
-                self.answers += piece
+                self.answers += _room[:count]
         except socket.error as error:
             expect(error.errno in (errno.EAGAIN, errno.ECONNRESET), "the client sees %s" % error)
 
@@ -154,7 +159,7 @@ def evaluate(text):
     if text.startswith("S"):
         raise SystemExit(text)
     if text.startswith("L"):
-        return "x" * (_PyServerLoop._LARGE + len(text))
+        return "x" * (LARGE + len(text))
     if text.startswith("M"):
         return "x" * (REPLY_LIMIT + 1)
     if text.startswith("C"):
@@ -240,7 +245,7 @@ def run(data):
     served._client.close()
     expect(loop.endings == 1, "the loop was told %d times of an end" % loop.endings)
     expect(not served.isOpen, "the socket stays open")
-    if not flags & GONE:
+    if not flags & (GONE | LEAVES):
         check(bytes(served.answers), stream, flags & SLOW)
 
 
@@ -252,6 +257,7 @@ def plant():
 
 _PyServerWire.now = clock
 _PyServerLoop.REPLY_LIMIT = REPLY_LIMIT
+_PyServerLoop._LARGE = LARGE
 _PyServerLoop._commands = {_PyServerWire.EVAL: evaluate, _PyServerWire.EXEC: evaluate}
 if os.environ.get("KEL_FUZZ_PLANT"):
     plant()
