@@ -100,6 +100,7 @@ void Interpreter::scriptIs( std::vector< std::string > const& script ) {
       texts.emplace_back();
    }
    std::vector< char* > argv;
+   argv.reserve( texts.size() );
    for( std::string& text : texts ) {
       argv.push_back( text.data() );
    }
