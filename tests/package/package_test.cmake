@@ -32,4 +32,9 @@ step( ${place}/build/client )
 set( ENV{PYTHONPATH} ${modules} )
 step( ${PYTHON27} -c "import _Kel; print _Kel.__file__; assert not _Kel.attributeAccessorCount()" )
 
+set( ENV{PYTHONPATH} "" )
+set( ENV{KELC_AGENTS_DIR} ${place}/agents )
+step( ${place}/prefix/bin/kel-agent --group package --name test
+   ${OUTSIDE}/agent.py ${place}/prefix/bin/kel-eval )
+
 file( REMOVE_RECURSE ${place} )
