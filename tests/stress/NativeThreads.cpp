@@ -14,7 +14,6 @@
 #include <kel/Exception.h>
 #include <kel/Lock.h>
 #include <kel/schema/Convert.h>
-#include <odd/Calls.h>
 #include <odd/Node.h>
 
 #include "Ledger.h"
@@ -90,6 +89,7 @@ class Worker {
    void writeStrictly();
    void writeLoosely();
    void readAndIterate();
+   void sharePointers();
    void callFunctions();
    void makeAndDrop();
    void dropGiven();
@@ -132,6 +132,9 @@ void Worker::writeStrictly() {
       notes.bIs( notes.b() + 1 );
       note( &notes, "b" );
    }
+   ++notes.quiet;
+   usleep( 200 );
+   ++objects_.loose->quiet;
    Kel::UnlockAnchor const unlocked( activityLock() );
    LockAnchor const again( activityLock() );
    store.price.set( String( key ), number_ );
@@ -167,6 +170,16 @@ void Worker::readAndIterate() {
    expect( copy == "item", "the name of the item" );
    Ptr< Acme::Item > const parent = objects_.item->parent();
    expect( !parent || parent != objects_.item, "the parent of the item" );
+   expect( objects_.strict->quiet == objects_.loose->quiet, "a change in the middle" );
+}
+
+// The counts of both objects go up and down in all threads.
+void Worker::sharePointers() {
+   for( int i = 0; i < 4000; ++i ) {
+      LockAnchor const locked( activityLock() );
+      Ptr< Acme::Item > const parent = objects_.item->parent();
+      Ptr< Odd::Node > const node = objects_.args->kept();
+   }
 }
 
 void Worker::callFunctions() {
@@ -231,6 +244,7 @@ void Worker::failOnPurpose() {
 // The runtime works in the child, Python does not: another thread may have had the GIL.
 void Worker::lookAroundInChild() {
    LockAnchor const locked( activityLock() );
+   expect( objects_.strict->quiet == objects_.loose->quiet, "a change in the middle" );
    recorder_ = newObject< Recorder >( objects_.strict.get() );
    objects_.strict->aIs( objects_.strict->a() + 1 );
    objects_.loose->map.set( String( "child" ), 1 );
@@ -264,8 +278,8 @@ void Worker::forkOnce() {
 }
 
 constexpr Worker::Step Worker::steps[] = { &Worker::writeStrictly, &Worker::writeLoosely,
-   &Worker::readAndIterate, &Worker::callFunctions, &Worker::makeAndDrop, &Worker::dropGiven,
-   &Worker::changeNotifiees, &Worker::tick, &Worker::failOnPurpose };
+   &Worker::readAndIterate, &Worker::sharePointers, &Worker::callFunctions, &Worker::makeAndDrop,
+   &Worker::dropGiven, &Worker::changeNotifiees, &Worker::tick, &Worker::failOnPurpose };
 
 void Worker::run() {
    threadNameIs( name_.c_str() );

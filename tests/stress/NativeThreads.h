@@ -6,17 +6,20 @@
 
 #include <acme/Item.h>
 #include <acme/Store.h>
+#include <odd/Calls.h>
 #include <odd/Notes.h>
 
 namespace Stress {
 
 // What all threads share. Every change of `strict` and `store` is noted, none of `loose` is: there
-// the keys "writer:number" tell the order of each writer's changes.
+// the keys "writer:number" tell the order of each writer's changes. `quiet` is the same in these
+// two whenever the lock is free.
 struct SharedObjects {
    Kel::Ptr< Odd::Notes > strict;
    Kel::Ptr< Odd::Notes > loose;
    Kel::Ptr< Acme::Store > store;
    Kel::Ptr< Acme::Item > item;
+   Kel::Ptr< Odd::Args > args;
 };
 
 // Starts the threads "n0", "n1" and so on, participants of the watchdog, which make so many steps

@@ -27,6 +27,10 @@ using Kel::PtrInterface;
 // The permanent notifiees of the runtime's own kind. Activity lock.
 std::vector< Ptr< Stress::Recorder > > recorders;
 
+bool ownsLock() {
+   return activityLock()->ownerThread() == Kel::Impl::gettid();
+}
+
 // The object behind a wrapper. Activity lock.
 PtrInterface* objectOf( PyObject* wrapper ) {
    return PyGenericIfToGenericIf( reinterpret_cast< PyGenericIf* >( wrapper ) )->ptrInterface();
@@ -100,7 +104,7 @@ PyObject* note( PyObject*, PyObject* args ) {
    if( !PyArg_ParseTuple( args, "Osz:note", &wrapper, &attribute, &key ) ) {
       return nullptr;
    }
-   if( activityLock()->ownerThread() != Kel::Impl::gettid() ) {
+   if( !ownsLock() ) {
       PyErr_SetString( PyExc_AssertionError, "a change is noted without the activity lock" );
       return nullptr;
    }
@@ -141,18 +145,20 @@ PyObject* forgetNoted( PyObject*, PyObject* ) {
    return inRuntime( Stress::forgetNoted );
 }
 
-// startNative( strict, loose, store, item, threads, steps, forks )
+// startNative( strict, loose, store, item, args, threads, steps, forks )
 PyObject* startNative( PyObject*, PyObject* args ) {
-   PyObject *strict = nullptr, *loose = nullptr, *store = nullptr, *item = nullptr;
+   PyObject *strict = nullptr, *loose = nullptr, *store = nullptr, *item = nullptr,
+            *shared = nullptr;
    int threads = 0, steps = 0, forks = 0;
-   if( !PyArg_ParseTuple( args, "OOOOiii:startNative", &strict, &loose, &store, &item, &threads,
-          &steps, &forks ) ) {
+   if( !PyArg_ParseTuple( args, "OOOOOiii:startNative", &strict, &loose, &store, &item, &shared,
+          &threads, &steps, &forks ) ) {
       return nullptr;
    }
    return inRuntime( [&] {
       Stress::startNativeThreads(
          { objectAs< Odd::Notes >( strict ), objectAs< Odd::Notes >( loose ),
-            objectAs< Acme::Store >( store ), objectAs< Acme::Item >( item ) },
+            objectAs< Acme::Store >( store ), objectAs< Acme::Item >( item ),
+            objectAs< Odd::Args >( shared ) },
          threads, steps, forks );
    } );
 }
@@ -203,6 +209,10 @@ PyObject* lockOrderViolations( PyObject*, PyObject* ) {
    auto const violations =
       reinterpret_cast< int ( * )() >( dlsym( RTLD_DEFAULT, "kel_lock_order_violations" ) );
    return PyInt_FromLong( violations ? violations() : 0 );
+}
+
+PyObject* ownsActivityLock( PyObject*, PyObject* ) {
+   return PyBool_FromLong( ownsLock() );
 }
 
 // Lets others go first, now and then: without this a thread runs for long before another gets a
@@ -316,6 +326,7 @@ constinit PyMethodDef functions[] = {
    { "recordFaults", recordFaults, METH_NOARGS, "What those missed; they go." },
    { "watchLockOrder", watchLockOrder, METH_NOARGS, "Whether the order of the locks is watched." },
    { "lockOrderViolations", lockOrderViolations, METH_NOARGS, "How often it was not kept." },
+   { "ownsLock", ownsActivityLock, METH_NOARGS, "Whether this thread has the activity lock." },
    { "dawdle", dawdle, METH_NOARGS, "Lets others go first, now and then." },
    { "sanitizer", sanitizer, METH_NOARGS, "The sanitizer of this build." },
    { "keepLockForEver", keepLockForEver, METH_NOARGS, "Plants a deadlock." },

@@ -36,8 +36,8 @@ def drain(workers):
 
 def start(world, options):
     workers = [Worker(world, number, options) for number in range(PYTHON_THREADS)]
-    kel_stress.startNative(world.strict, world.loose, world.store, world.item, NATIVE_THREADS,
-                           options.steps, options.forks)
+    kel_stress.startNative(world.strict, world.loose, world.store, world.item, world.args,
+                           NATIVE_THREADS, options.steps, options.forks)
     for worker in workers:
         worker.start()
     return workers

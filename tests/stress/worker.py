@@ -5,6 +5,7 @@ import os
 import random
 import sys
 import threading
+import time
 import traceback
 import weakref
 
@@ -13,7 +14,7 @@ import kel_hand
 import kel_stress
 import acme
 import odd
-from world import Locked, Recorder, manager
+from world import Locked, Recorder, check_whole, manager
 
 clock = _Kel.singleton("Kel::Clock")
 facility = _Kel.singleton("Kel::TraceFacility")
@@ -126,6 +127,9 @@ class Worker(threading.Thread):
         with Locked():
             del notes.map[key]
             kel_stress.note(notes, "map", key)
+            notes.quiet += 1
+            time.sleep(0.0002)
+            self.world.loose.quiet += 1
 
     def step_write_store(self):
         store, key = self.world.store, self.key()
@@ -200,8 +204,16 @@ class Worker(threading.Thread):
         assert item.size >= 0 and item.weight == 0 and item.color == "red"
         parent = item.parent
         assert parent is None or parent.name in ("one", "other")
+        check_whole(self.world)
         assert str(item.position) and hash(parent) is not None and repr(item)
         assert _Kel.singleton("Kel::Clock").now > 0
+
+    def step_share(self):
+        # The counts of these two go up and down in all threads.
+        item, args = self.world.item, self.world.args
+        for _ in xrange(60):
+            item.parent
+            args.kept()
 
     def step_call(self):
         item, store = self.world.item, self.world.store
@@ -314,6 +326,7 @@ class Worker(threading.Thread):
             kel_stress.childDeadline(self.options.child_seconds)
             owner = _Kel.activityLockOwner()
             assert owner == (kel_hand.thread() if hold else 0), owner
+            check_whole(self.world)
             if hold:
                 _Kel.releaseActivityLock()
             self.look_around()

@@ -27,6 +27,7 @@ class Recorder(object):
 
     def __init__(self, notifier, *names):
         self.seen = []
+        self.told_in_lock = False
         self.names = names
         self.notifier = notifier
         self.last = None
@@ -39,6 +40,7 @@ class Recorder(object):
 
     def tell(self, attr, key):
         self.seen.append((attr.name, key))
+        self.told_in_lock |= kel_stress.ownsLock()
         kel_stress.dawdle()
 
     def drop(self):
@@ -53,7 +55,9 @@ class Recorder(object):
         last = kel_stress.notedCount(self.notifier) if is_there else self.last
         wanted = [change for change in kel_stress.noted(self.notifier, self.first, last)
                   if not self.names or change[0] in self.names]
-        return differences(type(self.notifier).__name__, wanted, self.seen, is_there)
+        what = type(self.notifier).__name__
+        found = differences(what, wanted, self.seen, is_there)
+        return found + ([what + ": told with the activity lock"] if self.told_in_lock else [])
 
 
 def differences(what, wanted, seen, to_the_end=True):
@@ -66,11 +70,18 @@ def differences(what, wanted, seen, to_the_end=True):
     return []
 
 
+def check_whole(world):
+    """That nobody is in the middle of a change."""
+    with Locked():
+        assert world.strict.quiet == world.loose.quiet
+
+
 class World(object):
     """The objects that all threads share.
 
     Each change of `strict`, `store`, `item` and `shelf` is noted in the same hold of the lock.
     Those of `loose` are made without holding it: the keys, (writer, number), tell their order.
+    `quiet` is the same in both of these whenever the lock is free.
     """
 
     def __init__(self):
@@ -78,6 +89,8 @@ class World(object):
         self.loose = odd.Notes()
         self.store = acme.Store("store")
         self.item = acme.Item("item", 1)
+        self.args = odd.Args()
+        self.args.keep(odd.Node(1))
         self.parents = [acme.Item("one", 1), acme.Item("other", 2)]
         self.shelf = root.newEntity("Acme::Shelf", "stress")
         self.classes = {}
