@@ -76,15 +76,13 @@ class RetryProfile {
    std::vector< unsigned int > pauses_;
 };
 
-// An agent file; while it is locked its agent counts as alive.
+// An agent file; while it is locked, which LOCK_UN spares it, its agent counts as alive.
 class AgentFile {
  public:
-   AgentFile( std::string const& path, std::string const& text, bool locked = true )
+   AgentFile( std::string const& path, std::string const& text, int lock = LOCK_EX )
       : path_( path ), descriptor_( open( path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600 ) ) {
       textIs( text );
-      if( locked ) {
-         EXPECT_EQ( flock( descriptor_, LOCK_EX | LOCK_NB ), 0 );
-      }
+      EXPECT_EQ( flock( descriptor_, lock | LOCK_NB ), 0 );
    }
    AgentFile( AgentFile const& ) = delete;
    AgentFile& operator=( AgentFile const& ) = delete;

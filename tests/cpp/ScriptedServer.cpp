@@ -1,9 +1,11 @@
 #include "ScriptedServer.h"
 
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -100,6 +102,12 @@ void Peer::send( std::string_view bytes ) {
 void Peer::sendByteByByte( std::string_view bytes ) {
    for( char const& c : bytes ) {
       send( { &c, 1 } );
+      std::this_thread::yield();
+   }
+}
+
+void Peer::waitUntilRead() const {
+   for( int unread = 1; ioctl( descriptor_, SIOCOUTQ, &unread ) == 0 && unread > 0; ) {
       std::this_thread::yield();
    }
 }

@@ -65,6 +65,9 @@ SystemCalls::~SystemCalls() {
 
 KEL_INTERPOSED int connect( int sock, sockaddr const* address, socklen_t length ) {
    static auto* const next = real( &connect, "connect" );
+   if( calls ) {
+      calls->addressLengths.push_back( length );
+   }
    if( fails( &SystemCalls::connect ) ) {
       return -1;
    }

@@ -16,6 +16,8 @@ class SystemCalls {
    // The error numbers of the next calls, each one used up: 0 stands for the real call. Without any
    // left, calls are real.
    std::deque< int > connect, send, recv, socket;
+   // The lengths of the addresses that connect got.
+   std::vector< unsigned int > addressLengths;
    // The next connect is made and then fails with EINTR all the same.
    bool connectIsInterruptedLate = false;
    // What getaddrinfo returns; 0 for the real call.

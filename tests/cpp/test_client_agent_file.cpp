@@ -101,7 +101,7 @@ TEST_F( ClientAgentFile, aFileThatCannotBeOpenedIsAnExceptionWithItsName ) {
 }
 
 TEST_F( ClientAgentFile, aFileThatNobodyHasLockedDisappearsAndTellsNothing ) {
-   AgentFile const file( path_, agentText( getppid(), 1234, "socket" ), false );
+   AgentFile const file( path_, agentText( getppid(), 1234, "socket" ), LOCK_UN );
    expect( look(), -1, "" );
    EXPECT_FALSE( file.exists() );
    EXPECT_EQ( log_.lines(), Lines{ "8 agent file was not flocked" } );
@@ -183,6 +183,18 @@ TEST_F( ClientAgentFile, thirtyTwoBitsOfEachNumberCount ) {
    EXPECT_TRUE( client_->sameProcess_ );
 }
 
+TEST_F( ClientAgentFile, numbersAreDecimalAndMayHaveASign ) {
+   expect( lookAt( "0x1\n010\n\n" ), 10, "" );
+   expect( lookAt( "0x1\n-70000\n\n" ), -70000, "" );
+   EXPECT_EQ( log_.lines(), ( Lines{ pidsTrace( 0 ), pidsTrace( 0 ) } ) );
+}
+
+TEST_F( ClientAgentFile, anyLockTellsThatAnAgentIsAlive ) {
+   AgentFile const file( path_, agentText( 1, 1234, "" ), LOCK_SH );
+   expect( look(), 1234, "" );
+   EXPECT_TRUE( file.exists() );
+}
+
 TEST_F( ClientAgentFile, aFileOfOneLineWithoutItsEndTellsNothing ) {
    expect( lookAt( "1" ), -1, "" );
    EXPECT_EQ( log_.lines(), Lines{ pidsTrace( 1 ) } );
@@ -211,11 +223,12 @@ bool isAwaited( std::string const& path ) {
    return false;
 }
 
-// An agent that is about to lock its file holds the directory until then.
+// An agent that is about to lock its file holds the directory until then. A look wants the
+// directory for itself: a shared lock keeps it away too.
 TEST_F( ClientAgentFile, noLookIsTakenWhileAnAgentHoldsTheDirectory ) {
    int const directory = open( folder_.path().c_str(), O_RDONLY | O_CLOEXEC );
-   ASSERT_EQ( flock( directory, LOCK_EX ), 0 );
-   AgentFile const file( path_, agentText( 1, 1234, "socket" ), false );
+   ASSERT_EQ( flock( directory, LOCK_SH ), 0 );
+   AgentFile const file( path_, agentText( 1, 1234, "socket" ), LOCK_UN );
    int const agent = open( path_.c_str(), O_RDONLY | O_CLOEXEC );
    std::atomic< bool > looked{ false };
    std::thread starting( [&] {

@@ -118,12 +118,15 @@ TEST_F( ClientCommands, theFrameIsAsLongAsTheTextSaysWhateverTheHeader ) {
       peer.send( reply( "OK", "" ) );
       EXPECT_EQ( peer.read( 9 ), std::string( "?\0\0\0\003abc\0", 9 ) );
       peer.send( reply( "OK", "" ) );
+      EXPECT_EQ( peer.read( 9 ), std::string( "\0\0\0\003abc\0\0", 9 ) );
+      peer.send( reply( "OK", "" ) );
       EXPECT_TRUE( peer.atEnd() );
    } } );
    auto const made = client( socketName(), 'x', nullptr );
    char result[8];
    EXPECT_EQ( made->remoteCmd( "abc", "?12", result, sizeof result ), 0 );
    EXPECT_EQ( made->remoteCmd( "abc", "?", result, sizeof result ), 0 );
+   EXPECT_EQ( made->remoteCmd( "abc", "", result, sizeof result ), 0 );
 }
 
 TEST_F( ClientCommands, theLongestTextHas4089Bytes ) {

@@ -5,6 +5,7 @@
 #include <netdb.h>
 
 #include <cerrno>
+#include <future>
 
 namespace {
 
@@ -318,15 +319,43 @@ TEST_F( ClientConnection, ofOneAttemptGivesTheSocket ) {
 }
 
 TEST_F( ClientConnection, endsBothWaysWithTheClient ) {
+   std::promise< void > seen;
    int copy = -1;
-   ScriptedServer const server( socketPath(), { greetOnly } );
+   ScriptedServer const server( socketPath(), { [&seen]( Peer& peer ) {
+      greetOnly( peer );
+      seen.get_future().wait();
+   } } );
    {
       auto const made = client( socketName(), 'x', nullptr );
       copy = dup( made->sock_ ); // as a forked child has one
    }
    char byte;
-   EXPECT_EQ( recv( copy, &byte, 1, 0 ), 0 );
+   EXPECT_EQ( recv( copy, &byte, 1, 0 ), 0 ); // though the server is still there
+   seen.set_value();
    close( copy );
+}
+
+TEST_F( ClientConnection, withContactsOfItsOwnLooksAtNoFile ) {
+   ScriptedServer const server( socketPath(), { []( Peer& peer ) { peer.greet(); }, greetOnly } );
+   AgentFile const file( folder_ / "group.name", agentText( 1, 0, socketPath() ) );
+   auto const made = client( "group", "name", 'x', nullptr, nullptr );
+   close( made->sock_ );
+   Environment const directory( "KELC_AGENTS_DIR", "/dev/null/agents" );
+   made->socketName_ = socketName();
+   made->connect();
+   EXPECT_TRUE( made->connected_ );
+}
+
+TEST_F( ClientConnection, givesTheLengthOfItsAddressWithoutATerminator ) {
+   ScriptedServer const server( socketPath(), { greetOnly } );
+   DeafServer const deaf( "" );
+   SystemCalls calls;
+   client( socketName(), 'x', nullptr );
+   EXPECT_THROW( client( deaf.port(), 'x', nullptr ), RpcConnectionException );
+   EXPECT_EQ(
+      calls.addressLengths, ( std::vector< unsigned int >{
+                               2 + static_cast< unsigned int >( socketPath().size() ), 16 } ) );
+   leftOpen_ = 1;
 }
 
 } // namespace

@@ -136,6 +136,21 @@ TEST_F( ClientReplies, areReadByteByByte ) {
    EXPECT_TRUE( message.starts_with( tooSmall + std::string( "01234" ) ) );
 }
 
+TEST_F( ClientReplies, thatDoNotFitAreTakenInThePiecesInWhichTheyCome ) {
+   std::string const payload = "0123456789abcdefghijklmno";
+   server_ = std::make_unique< ScriptedServer >( socketPath(), Sessions{ [&payload]( Peer& peer ) {
+      peer.greet();
+      std::string const bytes = reply( "OK", payload );
+      peer.send( bytes.substr( 0, 6 + 9 + 5 ) );
+      peer.waitUntilRead();
+      peer.send( bytes.substr( 6 + 9 + 5 ) );
+      EXPECT_TRUE( peer.atEnd() );
+   } } );
+   client_ = client( socketName(), 'x', nullptr );
+   // Pieces of 9, 5, 10 and 1.
+   EXPECT_EQ( failure< RpcConnectionException >( 10 ), tooSmall + payload.substr( 0, 24 ) );
+}
+
 TEST_F( ClientReplies, aBufferOfOneByteTakesAnEmptyResult ) {
    sent( reply( "OK", "" ) + reply( "OK", "abc" ) );
    EXPECT_EQ( result( 1 ), 0 );

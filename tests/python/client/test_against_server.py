@@ -6,6 +6,7 @@ import os
 import unittest
 
 import kel_client
+from kel_testing import in_child
 
 from agents import AgentCase
 
@@ -155,6 +156,31 @@ class Restarts(AgentCase):
         agent.end()
         self.assertFails(RuntimeError, "Unable to connect to acme.shop", client.eval, "1")
         self.assertFalse(client.connected)
+
+
+class Telling(AgentCase):
+
+    def said(self, trace):
+        """What standard error gets while an agent is looked for that is not there."""
+        source = """
+import kel_client
+kel_client.retryProfileIs([1, 1])
+try:
+    kel_client.Client("acme", "shop")
+except RuntimeError:
+    pass
+"""
+        return in_child(source, env={"KEL_TRACE": trace}).expect().err
+
+    def test_the_user_is_told_what_is_waited_for(self):
+        lines = self.said("other/*").splitlines()
+        self.assertEqual(len(lines), 3)
+        for line in lines:
+            self.assertIn(" PyClient 0 ", line)
+            self.assertTrue(line.endswith(": PyServer acme.shop was not in the agent directory"))
+
+    def test_the_user_may_want_to_hear_nothing(self):
+        self.assertEqual(self.said("PyClient/-"), "")
 
 
 class InitCommand(AgentCase):
