@@ -62,7 +62,7 @@ TEST_F( ClientRetry, sleepsTheRestOfAPauseThatIsInterrupted ) {
 
 TEST_F( ClientRetry, warnsAfterASecondAndAHalfAndThenOnceInFiveSeconds ) {
    calls_.sleepsAreNoted();
-   auto const warnedAfter = [this]( std::vector< unsigned int > pauses ) {
+   auto const warnedAfter = []( std::vector< unsigned int > pauses ) {
       RetryProfile const profile( std::move( pauses ) );
       return said();
    };
@@ -114,7 +114,7 @@ TEST_F( ClientDefaultProfile, warnsAtItsAttempts ) {
    calls_.sleepsAreNoted();
    std::vector< double > warnedAt;
    double const start = calls_.now;
-   calls_.onSleep = [&, warnings = std::size_t{ 0 }]() mutable {
+   calls_.onSleep = [&] {
       std::string const text = testing::internal::GetCapturedStderr();
       testing::internal::CaptureStderr();
       if( !text.empty() ) {
