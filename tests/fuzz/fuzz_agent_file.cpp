@@ -1,6 +1,6 @@
 // The client's reader of agent files, against what each file has to come to. An input is the
-// contents of a file that a live agent holds; a "@" at its start stands for the number of this
-// process.
+// contents of a file that a live agent holds. At its start a "@" stands for the number of this
+// process, a "^" for a number whose low 32 bits are that.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -145,8 +145,9 @@ extern "C" int LLVMFuzzerTestOneInput( std::uint8_t const* data, std::size_t siz
    static Agent agent;
    static Kel::Ptr< Kel::PyClient > const client = newClient( agent );
    std::string text( textOf( data, size ) );
-   if( text.starts_with( '@' ) ) {
-      text.replace( 0, 1, std::to_string( getpid() ) );
+   if( text.starts_with( '@' ) || text.starts_with( '^' ) ) {
+      std::int64_t const high = text[0] == '^' ? std::int64_t{ 1 } << 32 : 0;
+      text.replace( 0, 1, std::to_string( high + getpid() ) );
    }
    agent.textIs( text );
    int const free = lowestFreeDescriptor();

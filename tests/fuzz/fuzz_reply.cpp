@@ -29,6 +29,7 @@ struct Delivery {
    std::size_t most = 0; // 0 for no limit
    bool interrupted = false;
    bool signalNext = false;
+   bool asked = false;
 };
 
 constinit Delivery delivery;
@@ -36,7 +37,9 @@ constinit Delivery delivery;
 } // namespace
 
 // In the place of the C library's.
-extern "C" ssize_t recv( int sock, void* buffer, std::size_t length, int flags ) {
+extern "C" [[gnu::visibility( "default" )]] ssize_t recv(
+   int sock, void* buffer, std::size_t length, int flags ) {
+   delivery.asked = true;
    delivery.signalNext = delivery.interrupted && !delivery.signalNext;
    if( delivery.signalNext ) {
       errno = EINTR;
@@ -230,6 +233,7 @@ extern "C" int LLVMFuzzerTestOneInput( std::uint8_t const* data, std::size_t siz
       more = right.kind != Outcome::lost && right.kind != Outcome::ended;
       left.remove_prefix( right.consumed );
    }
+   expect( delivery.asked, "the kernel was not asked here" );
    close( reader.sock_ );
    reader.sock_ = -1;
    return 0;

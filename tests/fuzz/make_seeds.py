@@ -39,7 +39,13 @@ def replies():
     for size in (-32768, -1, 0, 1, 2):
         for payload in (0, 1, 2, 5):
             yield "payload-%d-of-%d" % (payload, size), case(reply("x" * payload) + reply(""), size)
+    for size in (-32768, -1, 0):
+        for length in (0, 1, 0x80000000, 0xffffffff):
+            yield "length-%08x-of-%d" % (length, size), case(reply("x", "OK", length), size)
+            yield "failure-length-%08x-of-%d" % (length, size), case(reply("", "ER", length), size)
     yield "one-at-a-time", case(reply("0123456789") + reply("no", "ER"), 10, 1, 1)
+    for most in (2, 4, 5):
+        yield "pieces-of-%d" % most, case(reply("0123456789") + reply("no", "ER"), 20, most, 1)
     yield "overflow-cut", case(reply("0123456789", length=5000), 4)
     yield "overflow-reset", case(reply("0123456789", length=5000), 4, 0, 2)
     yield "overflow-without-room", case(reply("z" * 600) + reply(""), 0)
@@ -54,11 +60,15 @@ def agentFiles():
     yield "no-name", case(4711, 8080, "")
     yield "own", case("@", 8080, "/tmp/socket")
     yield "own-alone", "@"
+    yield "own-low-bits", case("^", 8080, "/tmp/socket")
     yield "two-lines", "4711\n8080\n"
     yield "two-lines-open", "4711\n8080"
     yield "one-line", "4711\n"
     yield "one-line-open", "4711"
+    yield "newline", "\n"
     yield "newlines", "\n\n\n\n"
+    yield "port-of-eight", case(1, "010", "name")
+    yield "port-of-sixteen", case(1, "0x10", "name")
     yield "name-open", "4711\n8080\n/tmp/socket"
     for length in (106, 107, 108, 109):
         yield "name-%d" % length, case(4711, 80, "/" * length)
@@ -100,7 +110,9 @@ def requests():
     yield "exec", case(hello + request("x = 1", "?2"))
     yield "empty", case(hello + request("") + request("", "?2"))
     yield "several", case(hello + request("a") + request("b", "?2") + request("c"))
+    yield "many", case(hello + "".join(request("t" * n) for n in range(300, 1000, 100)) * 3)
     yield "failures", case(hello + request("F") + request("S") + request("Fno"))
+    yield "deep-failures", case(hello + "".join(request("D" * n) for n in (1, 9, 275, 1000)))
     yield "large", case(hello + request("L") + request("M") + request("x"))
     yield "compile", case(hello + request("Cx = 1") + request("Cx =") + request("C\0"))
     yield "compile-utf-8", case(hello + request("Cu'\xc3\xa9'") + request("C'\xff'"))

@@ -24,10 +24,11 @@ SILENT = 8  # the client sends no more, and does not close
 SLOW = 16  # each piece takes a second
 LEAVES = 32  # the client closes with the first answer unread
 
+PIECE = 500  # bytes that the server asks for at once
+LARGE_PIECE = 2000  # the same where more than PIECE is missing
 REQUEST_LIMIT = 1000
 REPLY_LIMIT = 4000
 LARGE = 2000  # bytes of an answer that is sent in two parts
-PIECE = 8192  # what the server receives at once for a request of that limit
 LIMITS = _PyServerLoop.Limits(idle=60.0, frame=10.0, connections=4, request=REQUEST_LIMIT)
 
 _MSG_DONTWAIT = 0x40
@@ -76,7 +77,7 @@ class Socket(object):
 
     def __init__(self, most, flags, stream):
         self._server, self._client = socket.socketpair()
-        self._most = most or PIECE * 100
+        self._most = most or 2 * LARGE_PIECE
         self._flags = flags
         self._calls = 0
         self.answers = bytearray()
@@ -89,11 +90,12 @@ class Socket(object):
             self._client.shutdown(socket.SHUT_WR)
 
     def recv(self, size, flags=0):
-        held = len(self.connection._stream._read)
-        expect(held <= REQUEST_LIMIT + PIECE, "%d bytes are held" % held)
         self._before(flags)
         try:
-            return self._server.recv(min(size, self._most), _MSG_DONTWAIT)
+            piece = self._server.recv(min(size, self._most), _MSG_DONTWAIT)
+            held = len(self.connection._stream._read) + len(piece)
+            expect(held <= REQUEST_LIMIT - PIECE + LARGE_PIECE, "%d bytes are held" % held)
+            return piece
         except socket.error as error:
             expect(flags or self._flags & SILENT or error.errno != errno.EAGAIN,
                    "waits for nothing")
@@ -153,9 +155,17 @@ class Poll(object):
         return found
 
 
+def fail(text, calls):
+    if calls:
+        fail(text, calls - 1)
+    raise ValueError(text)
+
+
 def evaluate(text):
     if text.startswith("F"):
-        raise ValueError(text)
+        fail(text, 0)
+    if text.startswith("D"):
+        fail(text * 4, min(len(text), 40))
     if text.startswith("S"):
         raise SystemExit(text)
     if text.startswith("L"):
@@ -170,7 +180,7 @@ def evaluate(text):
 
 def answer(header, text):
     """Status, and the payload or where it is not one text, what it has in it."""
-    if text.startswith("F"):
+    if text.startswith(("F", "D")):
         return "ER", None, "ValueError"
     if text.startswith("S"):
         return "ER", None, "SystemExit"
@@ -256,6 +266,8 @@ def plant():
 
 
 _PyServerWire.now = clock
+_PyServerWire._PIECE = PIECE
+_PyServerWire._LARGE_PIECE = LARGE_PIECE
 _PyServerLoop.REPLY_LIMIT = REPLY_LIMIT
 _PyServerLoop._LARGE = LARGE
 _PyServerLoop._commands = {_PyServerWire.EVAL: evaluate, _PyServerWire.EXEC: evaluate}
