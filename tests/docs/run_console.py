@@ -13,6 +13,7 @@ import subprocess
 import sys
 import tempfile
 
+FLAGS = doctest.ELLIPSIS | doctest.NORMALIZE_WHITESPACE  # columns are as wide as their numbers
 MARK = "-- end of the output of a command --"
 
 
@@ -51,7 +52,7 @@ def main(page, programs):
             script.write(blocks(text, "python")[0])
         wanted = commands(text)
         for (command, shown), got in map(None, wanted, outputs(wanted, folder, programs)[:len(wanted)]):
-            if not doctest.OutputChecker().check_output(shown, got or "", doctest.ELLIPSIS):
+            if not doctest.OutputChecker().check_output(shown, got or "", FLAGS):
                 failures += 1
                 print "$ %s\nshould print\n%sand printed\n%s" % (command, shown, got)
     finally:
