@@ -1,7 +1,8 @@
-#include "Interpreter.h"
-
+#include <kelpy/core/PyPendingError.h>
 #include <kelpy/core/PyPtr.h>
 #include <kelpy/core/PyRef.h>
+
+#include "Interpreter.h"
 
 #include <unistd.h>
 
@@ -63,6 +64,14 @@ void obeyUnbuffered() {
    }
 }
 
+// The one that a `print` with a comma at its end has left open.
+void endLine() {
+   PendingErrorAnchor const pending;
+   if( Py_FlushLine() != 0 ) {
+      PyErr_Clear();
+   }
+}
+
 } // namespace
 
 std::string modulesFolder() {
@@ -118,6 +127,7 @@ bool Interpreter::run( std::FILE* file, std::string const& path ) {
    PyCompilerFlags flags = { 0 };
    PyRef const done = PyRef::steal(
       PyRun_FileExFlags( file, path.c_str(), Py_file_input, names, names, 1, &flags ) );
+   endLine();
    flushOutput();
    return static_cast< bool >( done );
 }

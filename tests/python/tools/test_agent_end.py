@@ -87,9 +87,10 @@ t = timer(due, clock.now)
     def test_a_reactor_at_work_is_not_interrupted(self):
         agent = self.serving(REACTORS + """
 r, w = os.pipe()
+config = _Kel.singleton("Kel::ActivityManagerConfig")
 def due():
     print "begins"
-    print os.read(r, 3)
+    print os.read(r, 3), config.stopOnQuiesce
 t = timer(due)
 """)
         self.eval("acme.shop", "-x", "t.timeMinProxy = clock.now").expect()
@@ -97,7 +98,7 @@ t = timer(due)
         agent.send(signal.SIGINT)
         self.eval("acme.shop", "-x", "os.write(w, 'end')").expect()
         outcome = agent.wait().expect()
-        self.assertEqual((outcome.out, outcome.err), ("begins\nend\n", ""))
+        self.assertEqual((outcome.out, outcome.err), ("begins\nend True\n", ""))
 
     def test_the_loop_may_run_on_a_thread_of_the_runtimes_own(self):
         for number in BOTH:

@@ -102,9 +102,9 @@ class Script(ProgramCase):
             """).expect(4)
         self.assertEqual(outcome.out, "first\nlast\n")
 
-    def test_what_it_has_printed_is_out_before_the_loop(self):
+    def test_what_it_has_printed_is_out_before_the_loop_and_its_last_line_is_ended(self):
         del self.env["PYTHONUNBUFFERED"]
-        agent = self.serving("print 'open'")
+        agent = self.serving("print 'open',")
         self.assertEqual(agent.out, "open\n")
 
     def test_a_process_that_it_forks_ends_with_it_and_leaves_the_agent_alone(self):
