@@ -118,6 +118,7 @@ def requests():
     yield "compile-utf-8", case(hello + request("Cu'\xc3\xa9'") + request("C'\xff'"))
     yield "rubbish", case(hello + "GET / HTTP/1.0\r\n\r\n")
     yield "rubbish-later", case(hello + request("a") + "?3\0\0\0\0" + request("b"))
+    yield "rubbish-and-more", case(hello + request("a") + "?3" + "b" * 5000)
     for length in LENGTHS + (999, 1000, 1001):
         yield "length-%08x" % length, case(hello + request("abc", length=length) + request("d"))
     for length in (999, 1000, 1001):

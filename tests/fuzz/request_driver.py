@@ -82,7 +82,6 @@ class Socket(object):
         self._calls = 0
         self.answers = bytearray()
         self.isOpen = True
-        self.connection = None
         self._client.sendall(stream)
         if flags & GONE:
             self._client.close()
@@ -92,10 +91,7 @@ class Socket(object):
     def recv(self, size, flags=0):
         self._before(flags)
         try:
-            piece = self._server.recv(min(size, self._most), _MSG_DONTWAIT)
-            held = len(self.connection._stream._read) + len(piece)
-            expect(held <= REQUEST_LIMIT - PIECE + LARGE_PIECE, "%d bytes are held" % held)
-            return piece
+            return self._server.recv(min(size, self._most), _MSG_DONTWAIT)
         except socket.error as error:
             expect(flags or self._flags & SILENT or error.errno != errno.EAGAIN,
                    "waits for nothing")
@@ -136,6 +132,15 @@ class Socket(object):
             raise socket.error(errno.EINTR, "a signal")
         if flags and self._flags & WAITS and self._calls % 3 == 0:
             raise socket.error(errno.EAGAIN, "nothing")
+
+
+class Held(bytearray):
+    """What the server has received of requests to come."""
+
+    def __iadd__(self, piece):
+        self.extend(piece)
+        expect(len(self) <= REQUEST_LIMIT - PIECE + LARGE_PIECE, "%d bytes are held" % len(self))
+        return self
 
 
 class Poll(object):
@@ -248,7 +253,7 @@ def run(data):
     loop = Loop()
     served = Socket(most, flags, stream)
     connection = _PyServerLoop.Connection(loop, served)
-    served.connection = connection
+    connection._stream._read = Held()
     connection._stream._poll = Poll(connection._stream._poll)
     connection.run()
     served.collect()
