@@ -35,6 +35,8 @@ using Kel::U32;
 
 constexpr unsigned childSeconds = 60;
 
+pid_t const process = getpid();
+
 // Activity lock.
 std::vector< Ptr< PtrInterface > > given;
 
@@ -328,6 +330,9 @@ std::vector< std::string > joinNativeThreads() {
 }
 
 void dawdle() {
+   if( getpid() != process ) {
+      return;
+   }
    static thread_local std::minstd_rand random( static_cast< unsigned >( ::gettid() ) );
    unsigned const number = static_cast< unsigned >( random() ) % 64;
    if( number < 20 ) {

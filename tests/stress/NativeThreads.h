@@ -28,7 +28,7 @@ void startNativeThreads( SharedObjects objects, int threads, int steps, int fork
 // Waits for their end; what went wrong in words. Neither lock.
 std::vector< std::string > joinNativeThreads();
 
-// Sleeps for a moment, now and then.
+// Sleeps for a moment, now and then. Not in a forked child, which is alone.
 void dawdle();
 
 // Leaves a reference to the native threads, which drop it. Activity lock.

@@ -93,6 +93,8 @@ def run(options):
     is_order_watched = kel_stress.watchLockOrder()
     if options.safe_pointers:
         _Kel.enableThreadSafePointers()
+    if options.prepared_forks:
+        _Kel.pythonForkHandlersRegistered()
     kel_stress.watch(options.quiet)
     before = kel_hand.live()
     failures = work(options)
@@ -116,6 +118,8 @@ def main():
                         help="that a forked child may take")
     parser.add_argument("--safe-pointers", action="store_true",
                         help="begin with enableThreadSafePointers()")
+    parser.add_argument("--prepared-forks", action="store_true",
+                        help="fork as Python-level handlers do, through atforkPrepare()")
     parser.add_argument("--plant", choices=sorted(plants.EARLY) + sorted(plants.LATE),
                         help="a fault to find")
     failures = run(parser.parse_args())

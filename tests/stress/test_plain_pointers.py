@@ -13,3 +13,6 @@ class PlainPointers(unittest.TestCase):
         self.assertEqual(outcome.err, "")
         self.assertEqual("the order of the locks was watched" in outcome.out,
                          LOCK_ORDER_IS_WATCHED)
+
+    def test_nor_do_they_with_forks_that_Python_prepares(self):
+        self.assertEqual(run_stress("--prepared-forks").expect().err, "")

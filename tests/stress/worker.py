@@ -1,9 +1,7 @@
-"""A thread of Python: the steps that it makes, and its children."""
+"""A thread of Python and the steps that it makes."""
 
 import gc
-import os
 import random
-import sys
 import threading
 import time
 import traceback
@@ -14,6 +12,7 @@ import kel_hand
 import kel_stress
 import acme
 import odd
+from forks import fork
 from world import Locked, Recorder, check_whole, manager
 
 clock = _Kel.singleton("Kel::Clock")
@@ -26,10 +25,11 @@ TYPES = ["Odd::Scalars", "Odd::Values", "Odd::Coll", "Odd::Board", "Odd::Args", 
 
 
 class Timer(object):
-    """Arms itself from its handler, so many times."""
+    """Arms itself from its handler, so many times, and does something else there too."""
 
-    def __init__(self, times):
+    def __init__(self, times, react):
         self.times = times
+        self.react = react
         self.armed = 0
         self.fired = 0
         self.early = 0
@@ -44,6 +44,7 @@ class Timer(object):
     def tell(self):
         self.fired += 1
         self.early += clock.now < self.wanted
+        self.react()
         if self.armed < self.times:
             self.arm()
 
@@ -66,6 +67,7 @@ class Worker(threading.Thread):
         self.world = world
         self.index = index
         self.options = options
+        self.fork_share = options.forks / float(options.steps)
         self.random = random.Random(index)
         self.participant = kel_stress.participant(self.name)
         self.failures = []
@@ -76,18 +78,18 @@ class Worker(threading.Thread):
         self.recorders = []
         self.dropped = []
         self.timers = []
+        self.loops = []
         self.functions = []
 
     def run(self):
         menu = [getattr(self, name) for name in sorted(dir(self)) if name.startswith("step_")]
-        fork_share = self.options.forks / float(self.options.steps)
         try:
             while self.made < self.options.steps:
                 kel_stress.dawdle()
                 self.random.choice(menu)()
                 self.made += 1
-                if self.random.random() < fork_share:
-                    self.fork()
+                if self.random.random() < self.fork_share:
+                    fork(self)
                 kel_stress.step(self.participant)
             for recorder in self.recorders:
                 recorder.drop()
@@ -105,6 +107,8 @@ class Worker(threading.Thread):
     def faults(self):
         """What went wrong, in words. Drops what is left."""
         found = self.failures
+        for loop in self.loops:
+            loop.join()
         for recorder in self.dropped + self.recorders:
             found += recorder.faults()
         for timer in self.timers:
@@ -275,7 +279,7 @@ class Worker(threading.Thread):
         _Kel.trace_h(facility, __file__, 1, "step_trace", "a line", 9)
         assert _Kel.escapedTraceString("a\n") == "a\\n"
 
-    # Handles, notifiees, timers.
+    # Handles, notifiees, timers, the loop.
 
     def step_handles(self):
         function = lambda: None
@@ -300,60 +304,27 @@ class Worker(threading.Thread):
             self.dropped.append(recorder)
 
     def step_timers(self):
-        self.timers.append(Timer(self.random.choice([1, 3])))
+        forks = self.random.random() < 2 * self.fork_share
+        react = (lambda: fork(self, in_reactor=True)) if forks else (lambda: None)
+        self.timers.append(Timer(self.random.choice([1, 3]), react))
         # One that is dropped on its way.
         dropped = ClockNotifiee(clock, _Kel.handle(lambda: None))
         dropped.timeMinProxy = clock.now
 
-    # Forks.
+    def step_loop(self):
+        # It ends behind the reactor that is running, and goes on upon another thread.
+        if self.random.random() < 0.2:
+            manager.stop()
+            time.sleep(0.0002)
+            if self.random.random() < 0.5:
+                self.run_loop(manager.start)
+            else:
+                self.loops.append(threading.Thread(target=self.run_loop, args=(manager.run,)))
+                self.loops[-1].start()
 
-    def fork(self):
-        hold = self.random.random() < 0.5
-        if hold:
-            _Kel.acquireActivityLock()
-        child = os.fork()
-        if child == 0:
-            self.be_child(hold)
-        if hold:
-            _Kel.releaseActivityLock()
-        _, status = os.waitpid(child, 0)
-        if status != 0:
-            self.failures.append("%s: the status of a child is %d" % (self.name, status))
-
-    def be_child(self, hold):
-        status = 1
+    def run_loop(self, run):
         try:
-            kel_stress.childDeadline(self.options.child_seconds)
-            owner = _Kel.activityLockOwner()
-            assert owner == (kel_hand.thread() if hold else 0), owner
-            check_whole(self.world)
-            if hold:
-                _Kel.releaseActivityLock()
-            self.look_around()
-            status = 0
-        except:
-            traceback.print_exc()
-        finally:
-            os._exit(status)
-
-    def look_around(self):
-        """In a child, where this is the one thread: everything works, also what was under way."""
-        if self.world.children_stick:
-            threading.Event().wait()
-        assert not manager.isRunning
-        for recorder in self.recorders:
-            recorder.drop()
-        recorder = Recorder(self.world.strict)
-        self.step_read()
-        self.step_call()
-        self.step_iterate()
-        self.step_entities()
-        if kel_stress.sanitizer() == "thread":
-            # It takes the threads of the parent for living, and a new one for one of them.
-            self.step_write_notes()
-        else:
-            thread = threading.Thread(target=self.step_write_notes)
-            thread.start()
-            thread.join()
-        manager.runUntilIdle()
-        assert not recorder.faults(), recorder.faults()
+            run()
+        except SystemError as error:
+            if "runs already" not in str(error):
+                self.failures.append("%s: %s" % (self.name, error))
