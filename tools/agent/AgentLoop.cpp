@@ -17,15 +17,8 @@
 
 namespace {
 
-// It lives as long as the process.
-Kel::ActivityManager& manager() {
-   static Kel::ActivityManager* const found = [] {
-      Kel::LockAnchor const locked( Kel::activityLock() );
-      return static_cast< Kel::ActivityManager* >(
-         Kel::Entity::singleton( "Kel::ActivityManager" ).get() );
-   }();
-   return *found;
-}
+// It lives as long as the process. Set before anybody asks for it.
+Kel::ActivityManager* manager = nullptr;
 
 // What a handler of a signal in Python has ended the agent with. Main thread.
 std::optional< int > handlerStatus;
@@ -37,32 +30,39 @@ class SignalTurn : public Kel::Clock::NotifieeConst {
    SignalTurn() { notifierIs( Kel::Clock::instance() ); }
 
    void onAttribute( Kel::AttributeId, void const* ) override {
-      {
-         Kel::UnlockAnchor const unlocked( Kel::activityLock() );
-         Kel::GilAnchor const gil;
-         if( PyErr_CheckSignals() < 0 ) {
-            handlerStatus = statusOfInterruption();
-         }
-      }
-      if( handlerStatus ) {
+      if( !handleSignals() ) {
          stopLoop();
       }
+   }
+
+ private:
+   // Does nothing where the loop runs on another thread than the main one.
+   static bool handleSignals() {
+      Kel::UnlockAnchor const unlocked( Kel::activityLock() );
+      Kel::GilAnchor const gil;
+      if( PyErr_CheckSignals() == 0 ) {
+         return true;
+      }
+      handlerStatus = statusOfInterruption();
+      return false;
    }
 };
 
 // Made before the watcher may ask for it, and kept for good. Activity lock.
 SignalTurn* signalTurn = nullptr;
 
-void makeSignalTurn() {
+void prepareLoop() {
    Kel::GilUnlockAnchor const gil;
    Kel::LockAnchor const locked( Kel::activityLock() );
+   manager = static_cast< Kel::ActivityManager* >(
+      Kel::Entity::singleton( "Kel::ActivityManager" ).get() );
    signalTurn = Kel::newObject< SignalTurn >().release();
 }
 
 bool loopRuns() {
    Kel::GilUnlockAnchor const gil;
    Kel::LockAnchor const locked( Kel::activityLock() );
-   return manager().isRunning();
+   return manager->isRunning();
 }
 
 // The loop is on another thread; this one is there for signals.
@@ -76,20 +76,20 @@ void waitForLoop() {
       if( PyErr_CheckSignals() < 0 ) {
          handlerStatus = statusOfInterruption();
          Kel::GilUnlockAnchor const gil;
-         manager().stop();
+         manager->stop();
       }
    }
 }
 
 void runLoop() {
    Kel::GilUnlockAnchor const gil;
-   manager().run();
+   manager->run();
 }
 
 } // namespace
 
 int serveLoop() {
-   makeSignalTurn();
+   prepareLoop();
    watcherServesLoopIs( true );
    if( !letSignalsEndTheLoop() ) {
       return statusOfInterruption();
@@ -108,7 +108,7 @@ int serveLoop() {
 }
 
 void stopLoop() {
-   manager().stop();
+   manager->stop();
 }
 
 void letPythonHandleSignals() {

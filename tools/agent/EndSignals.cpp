@@ -85,12 +85,6 @@ PyRef callSignal( char const* name, int number, PyObject* handler = nullptr ) {
       const_cast< char* >( handler ? "iO" : "i" ), number, handler ) );
 }
 
-// One object for the life of the process; null with a Python error.
-PyObject* handlerInPython() {
-   static PyObject* const handler = PyCFunction_New( &handlerDef, nullptr );
-   return handler;
-}
-
 } // namespace
 
 bool takeEndSignals() {
@@ -103,11 +97,11 @@ bool takeEndSignals() {
    PySignal_SetWakeupFd( watcherPipe );
    auto& [interrupt, terminate] = endSignals;
    interrupt.inPython = callSignal( "getsignal", SIGINT ).release();
-   PyObject* const handler = handlerInPython();
-   if( !interrupt.inPython || !handler || !callSignal( "signal", SIGTERM, handler ) ) {
+   terminate.inPython = PyCFunction_New( &handlerDef, nullptr );
+   if( !interrupt.inPython || !terminate.inPython ||
+       !callSignal( "signal", SIGTERM, terminate.inPython ) ) {
       return false;
    }
-   terminate.inPython = handler;
    // No SA_RESTART: a script that waits in a system call is interrupted there.
    struct sigaction action = {};
    action.sa_handler = onEndSignal;
@@ -126,7 +120,7 @@ bool letSignalsEndTheLoop() {
    for( EndSignal const& signal : endSignals ) {
       PyRef const now = callSignal( "getsignal", signal.number );
       if( now.get() == signal.inPython ) {
-         if( !callSignal( "signal", signal.number, handlerInPython() ) ) {
+         if( !callSignal( "signal", signal.number, endSignal( SIGTERM ).inPython ) ) {
             return false;
          }
          sigaction( signal.number, &action, nullptr );

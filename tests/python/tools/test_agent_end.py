@@ -29,11 +29,15 @@ class InOrder(ProgramCase):
         for number in BOTH:
             self.assertEndsInOrder(self.serving("x = 1"), number)
 
-    def test_so_they_do_for_a_background_job_that_was_started_with_them_ignored(self):
+    def test_they_interrupt_a_script_that_runs(self):
+        self.interrupt_a_script(start_group)
+
+    def test_so_they_do_in_a_background_job_that_was_started_with_them_ignored(self):
         for number in BOTH:
             self.assertEndsInOrder(self.serving("x = 1", prepare=_ignoring), number)
+        self.interrupt_a_script(_ignoring)
 
-    def test_they_interrupt_a_script_that_runs(self):
+    def interrupt_a_script(self, prepare):
         for number, name in zip(BOTH, ("KeyboardInterrupt", "SystemExit")):
             agent = self.agent("""
                 import select
@@ -43,7 +47,7 @@ class InOrder(ProgramCase):
                 except BaseException as error:
                     print type(error).__name__
                     raise
-                """)
+                """, prepare=prepare)
             wait_until(lambda: agent.out == "begins\n")
             outcome = self.assertEndsInOrder(agent, number)
             self.assertEqual(outcome.out, "begins\n%s\n" % name)
