@@ -99,7 +99,8 @@ char const* textOf( PyObject* text ) {
 }
 
 // Also of a thread that runs on.
-[[gnu::no_sanitize( "thread" )]] void writePythonStack( long thread, PyFrameObject* frame ) {
+__attribute__( ( no_sanitize( "thread" ) ) ) void writePythonStack(
+   long thread, PyFrameObject* frame ) {
    say(
       "\nPython thread %#lx (most recent call first):\n", static_cast< unsigned long >( thread ) );
    for( int depth = 0; frame && depth < maxFrames; frame = frame->f_back, ++depth ) {
@@ -121,7 +122,7 @@ void writeCurrentFrames() {
 }
 
 // Without the GIL; whoever has it is stuck as well.
-[[gnu::no_sanitize( "thread" )]] void writeFramesAsTheyLie() {
+__attribute__( ( no_sanitize( "thread" ) ) ) void writeFramesAsTheyLie() {
    PyThreadState* state = PyInterpreterState_ThreadHead( PyInterpreterState_Head() );
    for( ; state; state = PyThreadState_Next( state ) ) {
       if( state->frame ) {
