@@ -1,6 +1,8 @@
 // Handles as C++ code makes and uses them.
 #include "RuntimeCaller.h"
 
+#include <chrono>
+#include <future>
 #include <thread>
 
 #include <kel/AllocTrack.h>
@@ -65,6 +67,7 @@ TEST_F( Handle, takesPartInNotificationAndKnowsItsType ) {
    EXPECT_EQ( handle->fwkType(), Kel::kelType< PyObjHandle >() );
    EXPECT_EQ( handle->fwkType().module(), &Kel::_PyObjHandle_27cf1eed02acadcc_kelModule );
    EXPECT_EQ( handle->fwkType().typeIndex(), 0 );
+   EXPECT_EQ( handle->fwkType().row().typeRef, ~1 );
 }
 
 TEST_F( Handle, givesItsObjectBackForAnother ) {
@@ -85,7 +88,46 @@ TEST_F( Handle, keepsTheOnlyReferenceOfAnObjectThatItGetsAgain ) {
    ASSERT_EQ( referencesOf( handle->pyObject() ), 1 );
    handle->pyObjectIs( handle->pyObject() );
    EXPECT_EQ( referencesOf( handle->pyObject() ), 1 );
-   EXPECT_TRUE( PyList_Check( handle->pyObject() ) );
+   // The memory of a list that had gone would serve again.
+   HeldObject const lists( "[[] for _ in range( 100 )]" );
+   for( Py_ssize_t i = 0; i < 100; ++i ) {
+      EXPECT_NE( PyList_GET_ITEM( lists.get(), i ), handle->pyObject() );
+   }
+}
+
+// Whether a thread that Python never saw comes through the body in time while this one has the GIL.
+template< class Body >
+bool needsNoGil( Body body, std::chrono::milliseconds time = std::chrono::milliseconds( 50 ) ) {
+   return withGil( [&] {
+      std::promise< void > done;
+      auto const isDone = done.get_future();
+      std::thread other( [&] {
+         body();
+         done.set_value();
+      } );
+      bool const came = isDone.wait_for( time ) == std::future_status::ready;
+      Kel::GilUnlockAnchor const gil;
+      other.join();
+      return came;
+   } );
+}
+
+TEST_F( Handle, isMadeAndChangedWithTheGilItTakesForItself ) {
+   HeldObject const held;
+   Kel::Ptr< PyObjHandle > handle;
+   EXPECT_FALSE( needsNoGil( [&] { handle = PyObjHandle::PyObjHandleIs( held.get(), false ); } ) );
+   EXPECT_FALSE( needsNoGil( [&] { handle->handleInit(); } ) );
+   EXPECT_FALSE( needsNoGil( [&] { handle->pyObjectIs( Py_None ); } ) );
+   EXPECT_FALSE( needsNoGil( [&] { handle = nullptr; } ) );
+}
+
+TEST_F( Handle, ofNothingEndsWithoutTheGil ) {
+   auto handle = PyObjHandle::PyObjHandleIs( nullptr, false );
+   auto const end = [&] {
+      handle->handleDelete();
+      handle = nullptr;
+   };
+   EXPECT_TRUE( needsNoGil( end, std::chrono::seconds( 60 ) ) );
 }
 
 TEST_F( Handle, afterHandleInitHoldsOneReferenceMore ) {

@@ -148,6 +148,8 @@ class Schema(TestCase):
         self.assertIs(HANDLE.isConstrainer, False)
         self.assertIs(HANDLE.hasOwnPtrInterface, False)
         self.assertIs(HANDLE.containsOptionalsOrCollections, False)
+        self.assertEqual(HANDLE.constructorArgNameQ, ("pyObject", "passedRef"))
+        self.assertEqual(HANDLE.constructorArgTypeQ, ("PyObject", "bool"))
 
     def test_its_attributes_have_their_numbers_and_kinds(self):
         self.assertEqual([(attr.name, attr.attributeId) for attr in HANDLE.attributeQ],
