@@ -1,6 +1,7 @@
 // Reactors that call Python, as the runtime and C++ code see them.
 #include "RuntimeCaller.h"
 
+#include <csignal>
 #include <thread>
 
 #include <kel/Activity.h>
@@ -113,6 +114,20 @@ TEST_F( Notifiee, ofAHandleOfNothingDoesNothing ) {
    auto const notifiee =
       Kel::newObject< PyGenericIfNotifiee >( view_, PyObjHandle::PyObjHandleIs( nullptr, false ) );
    notifiee->onAttribute( attr( "a" ), nullptr );
+   // Nor does it build a key, which would end the process.
+   notifiee->onAttribute( attr( "byText" ), generic( Odd::PyText{ "1 +" } ) );
+}
+
+TEST_F( Notifiee, endsTheProcessOnAnExceptionThatIsNotPythons ) {
+   auto const notifiee = Kel::newObject< PyGenericIfNotifiee >( view_, calls_.pairs() );
+   auto const withoutTheLock = [&] {
+      pthread_mutex_unlock( Kel::activityLock()->mutex() );
+      try {
+         notifiee->onAttribute( attr( "a" ), nullptr );
+      } catch( ... ) {
+      }
+   };
+   EXPECT_EXIT( withoutTheLock(), testing::KilledBySignal( SIGABRT ), "Kel::ErrnoException" );
 }
 
 TEST_F( Notifiee, leavesNoReferenceOnItsFunctionBehind ) {
@@ -132,7 +147,9 @@ TEST_F( Notifiee, hasTheTypeOfItsBase ) {
    EXPECT_EQ( notifiee->fwkType(), type );
    EXPECT_EQ( type.module(), &Kel::_PyActivity_5ba2bef8b65a744a_kelModule );
    EXPECT_EQ( type.typeIndex(), 1 );
+   EXPECT_EQ( type.row().typeRef, ~1 );
    EXPECT_EQ( Kel::kelType< PyClockNotifiee >().typeIndex(), 0 );
+   EXPECT_GE( Kel::kelType< PyClockNotifiee >().row().typeRef, 0 );
    EXPECT_TRUE( base->hasNotificationActive() );
    EXPECT_EQ( sizeof( PyGenericIfNotifiee ), sizeof( PyGenericIfNotifieeBase ) );
 }
@@ -324,6 +341,17 @@ TEST_F( Timer, asAZombieIgnoresTheClock ) {
    EXPECT_TRUE( timer->hasNotificationActive() );
    timer->onAttribute( reached, nullptr );
    EXPECT_EQ( calls_.count(), 1 );
+}
+
+TEST_F( Timer, thatIsAZombieAlreadyStaysAsItIs ) {
+   auto const timer = made();
+   timer->hasNotificationActiveIs( false );
+   timer->kelDoZombieReactors( false );
+   EXPECT_FALSE( timer->hasNotificationActive() );
+   timer->kelDoZombieReactors( true );
+   timer->hasNotificationActiveIs( true );
+   timer->kelDoZombieReactors( true );
+   EXPECT_TRUE( timer->hasNotificationActive() );
 }
 
 TEST_F( Timer, asAZombieDoesNotFire ) {

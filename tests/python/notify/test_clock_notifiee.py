@@ -1,6 +1,7 @@
 """Clock notifiees: Python functions as timers."""
 
 import gc
+import sys
 import unittest
 import weakref
 
@@ -8,7 +9,7 @@ import _Kel
 import acme
 import kel_hand
 import odd
-from kel_testing import TestCase, wait_until
+from kel_testing import TestCase, in_child, wait_until
 from reactors import ClockNotifiee, clock, manager, notifiee, timer
 
 FAR = 1e9
@@ -263,6 +264,34 @@ class WhatHandlersDo(TestCase):
         self.assertEqual(seen, [True])
         self.assertIsNone(alive())
 
+    def test_the_end_of_its_function_may_run_the_loop(self):
+        in_child("""
+            import _Kel
+            clock, manager = _Kel.singleton("Kel::Clock"), _Kel.singleton("Kel::ActivityManager")
+            done = []
+
+            class Ending(object):
+                def __call__(self):
+                    done.append("called")
+
+                def __del__(self):
+                    manager.runUntilIdle()
+                    done.append("ended")
+
+            made = _Kel.pyType(_Kel.typeNode("Kel::PyClockNotifiee"))(clock, _Kel.handle(Ending()))
+            made.timeMinProxy = clock.now
+            del made
+            manager.runUntilIdle()
+            assert done == ["ended"], done
+            """).expect()
+
+    def test_any_result_is_dropped(self):
+        result = Function()
+        before = sys.getrefcount(result)
+        made = self.fire(lambda: result)
+        self.assertEqual(sys.getrefcount(result), before)
+        del made
+
     def test_the_handle_is_held_for_the_length_of_the_call(self):
         references, handles = [], []
         look = lambda: references.append(handles[0].kelSmartPointerReferences())
@@ -305,6 +334,8 @@ class Schema(TestCase):
         self.assertEqual(kel_type.baseType.fullTypeName, "Kel::PtrInterface::NotifieeConst")
         self.assertEqual((kel_type.isConstrainer, kel_type.isPolymorphic, kel_type.isValue,
                           kel_type.containsOptionalsOrCollections), (True, True, False, False))
+        self.assertEqual(kel_type.constructorArgNameQ, ("clock", "handler"))
+        self.assertEqual(kel_type.constructorArgTypeQ, ("Kel::Clock", "Kel::PyObjHandle"))
 
     def test_its_attributes_have_their_numbers_and_kinds(self):
         attributes = dict((attr.name, attr) for attr in ClockNotifiee.kelType.attributeQ)

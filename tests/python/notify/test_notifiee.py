@@ -9,7 +9,7 @@ import _Kel
 import acme
 import kel_hand
 import odd
-from kel_testing import TestCase
+from kel_testing import TestCase, in_child
 from reactors import Seen, manager, notifiee
 
 NOTIFIEE = _Kel.typeNode("Kel::PyGenericIfNotifieeBase")
@@ -171,6 +171,15 @@ class Delivery(NotesCase):
         del self.seen[:]
         self.assertEqual(
             (sys.getrefcount(self.seen), sys.getrefcount(odd.Notes.kelType.attr("map"))), before)
+        del kept
+
+    def test_the_key_is_held_by_the_arguments_alone(self):
+        counts = []
+        kept = notifiee(self.notes, lambda attr, key: counts.append(sys.getrefcount(key)))
+        self.notes.map["a key"] = 1
+        manager.runUntilIdle()
+        # The tuple of the arguments, the parameter, and what is asked.
+        self.assertEqual(counts, [3])
         del kept
 
     def test_any_result_of_the_handler_is_dropped(self):
@@ -513,6 +522,28 @@ class Making(TestCase):
             self.assertRefused(TypeError, "expected a Kel::PyObjHandle or None",
                                _Kel.newNotifiee, odd.Notes(), wrong)
 
+    def test_a_failure_names_the_class_of_the_object(self):
+        in_child("""
+            import threading
+            import _Kel, acme, kel_hand
+            from kel_testing import wait_until
+            from kel_testing.case import refusal
+
+            item, refusals = acme.Item("one", 1), []
+            _Kel.acquireActivityLock()
+            thread = threading.Thread(
+                target=lambda: refusals.append(refusal(_Kel.newNotifiee, item, None)))
+            thread.start()
+            wait_until(kel_hand.isLockContended)
+            _Kel.convertEntityToFailedMount(item)
+            _Kel.releaseActivityLock()
+            thread.join()
+            error, = refusals
+            assert type(error) is TypeError, error
+            assert str(error) == (
+                'Acme::Item: Kel::TypeException("expected a kelc-Python object")'), error
+            """).expect()
+
     def test_it_takes_two_arguments(self):
         self.assertRefused(TypeError, "newNotifiee() takes exactly 2 arguments (0 given)",
                            _Kel.newNotifiee)
@@ -534,6 +565,8 @@ class Schema(TestCase):
         self.assertEqual(
             (NOTIFIEE.isPolymorphic, NOTIFIEE.containsOptionalsOrCollections,
              NOTIFIEE.isConstrainer, NOTIFIEE.isAbstractType), (True, True, False, False))
+        self.assertEqual(NOTIFIEE.constructorArgNameQ, ("gifNotifier", "handler"))
+        self.assertEqual(NOTIFIEE.constructorArgTypeQ, ("Kel::GenericIf", "Kel::PyObjHandle"))
 
     def test_its_attributes_have_their_numbers_and_kinds(self):
         self.assertEqual([(attr.name, attr.attributeId) for attr in NOTIFIEE.attributeQ],
