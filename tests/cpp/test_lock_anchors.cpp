@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
+#include <future>
 #include <thread>
 
 #include <kel/Exception.h>
@@ -91,24 +93,30 @@ TEST( PyLockAnchor, leavesTheGilHeldWhereTheLockCannotBeTaken ) {
    }
 }
 
-// A thread that holds the activity lock waits for the GIL; the guard's end must not wait for the
-// GIL while it holds the activity lock's place in the order upside down.
+// Somebody has the GIL at the end of the guard, and keeps it until the activity lock is free.
 TEST( PyLockAnchor, releasesTheActivityLockBeforeItWaitsForTheGil ) {
-   std::thread reactor;
+   std::promise< void > gilTaken;
+   bool seenFree = false;
+   std::thread other;
    {
       Kel::PyLockAnchor const locks( Kel::flags0 );
-      reactor = std::thread( [] {
-         Kel::LockAnchor const lock( Kel::activityLock() );
+      other = std::thread( [&] {
          Kel::GilAnchor const gil;
-         EXPECT_TRUE( gilHeld() );
-         EXPECT_TRUE( lockHeld() );
+         gilTaken.set_value();
+         auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds( 20 );
+         while( !seenFree && std::chrono::steady_clock::now() < deadline ) {
+            std::this_thread::yield();
+            seenFree = _activityLockOwner() == 0;
+         }
       } );
+      gilTaken.get_future().wait();
    }
    {
       Kel::GilUnlockAnchor const gil;
-      reactor.join();
+      other.join();
    }
    EXPECT_TRUE( gilHeld() );
+   EXPECT_TRUE( seenFree );
 }
 
 TEST( GilAnchor, nestsOnAnyThread ) {
