@@ -155,6 +155,15 @@ class ClockNotifiees(Case):
             self.assertIn(", in raising\n", err)
             self.assertIn("\nValueError: from the handler\n", err)
 
+    def test_the_line_is_out_before_anything_else_may_fail(self):
+        outcome = self.run_script("""
+import ctypes
+libc, buffer = ctypes.CDLL(None), ctypes.create_string_buffer(1 << 16)
+libc.setvbuf(ctypes.c_void_p.in_dll(libc, "stderr"), buffer, 0, len(buffer))
+timer(raising).handleTime()
+""", -signal.SIGABRT)
+        self.assertTrue(outcome.err.startswith(CLOCK_RAISED), outcome)
+
     def test_so_does_one_that_is_called_through_handleTime(self):
         err = self.aborts("timer(raising).handleTime()")
         self.assertTrue(err.startswith(CLOCK_RAISED + TRACEBACK), err)

@@ -86,22 +86,25 @@ wait_until(lambda: not manager.isRunning)
 """)
 
     def test_thread_local_data_lasts_from_handler_to_handler(self):
-        run_script("""
+        for handlers, change in [
+                ("notifiee(notes, count)", "notes.a = i"),
+                ("timer(count)", "kept[-1].timeMinProxy = clock.now")]:
+            run_script("""
 local, found = threading.local(), []
 
-def count(attr, key):
+def count(*args):
     local.calls = getattr(local, "calls", 0) + 1
     found.append(local.calls)
 
-kept.append(notifiee(notes, count))
+kept[:] = [%s]
 manager.start()
 for i in range(1, 6):
-    notes.a = i
-wait_until(lambda: len(found) == 5)
+    %s
+    wait_until(lambda: len(found) == i)
 assert found == [1, 2, 3, 4, 5], found
 manager.stop()
 wait_until(lambda: not manager.isRunning)
-""")
+""" % (handlers, change))
 
     def test_a_key_of_source_text_needs_no_Python_frame(self):
         run_script("""
@@ -210,6 +213,63 @@ manager.stop()
 wait_until(lambda: not manager.isRunning)
 assert item.size == 200
 """)
+
+    def test_a_handler_may_end_before_the_interpreter_does(self):
+        outcome = run_script("""
+import atexit
+entered, ending = threading.Event(), threading.Event()
+
+def last(*args):
+    entered.set()
+    ending.wait()
+    time.sleep(0.01)
+    print "handler"
+
+kept.append(notifiee(notes, last))
+manager.start()
+notes.a = 1
+entered.wait()
+atexit.register(ending.set)
+print "main"
+""")
+        self.assertEqual((outcome.out, outcome.err), ("main\nhandler\n", ""))
+
+    def test_a_handler_that_never_ends_is_left_behind(self):
+        for handlers, change in [("notifiee(notes, last)", "notes.a = 1"),
+                                 ("timer(last)", "kept[-1].timeMinProxy = clock.now")]:
+            outcome = run_script("""
+entered = threading.Event()
+
+def last(*args):
+    entered.set()
+    threading.Event().wait()
+
+kept.append(%s)
+manager.start()
+%s
+entered.wait()
+print "main"
+""" % (handlers, change))
+            self.assertEqual((outcome.out, outcome.err), ("main\n", ""))
+
+    def test_the_thread_that_ends_the_interpreter_may_still_use_it(self):
+        outcome = run_script("""
+class Told(object):
+    def __del__(self):
+        print "dropped"
+
+kept.extend([_Kel.handle(Told()), timer(lambda: sys.stdout.write("fired\\n"), clock.now)])
+""", first="""
+import atexit
+
+# Registered before the module is there, so it runs behind what the module does at the end.
+def late():
+    manager.runUntilIdle()
+    del kept[:]
+
+atexit.register(late)
+""")
+        self.assertEqual((outcome.out, outcome.err), ("fired\ndropped\n", ""))
 
     def test_a_process_may_end_while_the_loop_runs_handlers(self):
         # On a thread that may be anywhere: in a handler, or on its way to one.
