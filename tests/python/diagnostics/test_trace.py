@@ -289,6 +289,56 @@ while got < len(text):
 thread.join()
 """)
 
+    def test_a_lock_that_cannot_be_released_is_a_Python_exception_with_the_GIL_held(self):
+        # It breaks while the line waits for a reader.
+        self.run_script("""
+import errno, os
+reading, writing = os.pipe()
+os.dup2(writing, 2)
+text, failures = "x" * (1 << 20), []
+
+def trace(function, *tag):
+    try:
+        function(None, *(tag + ("f", 1, "g", text, 0)))
+    except OSError as error:
+        failures.append((error.errno, error.filename))
+    kel_hand.mendLock()
+    _Kel.releaseActivityLock()
+
+for args in (_Kel.trace_h,), (_Kel.trace_ht, "t"):
+    thread = threading.Thread(target=trace, args=args)
+    thread.start()
+    read = os.read(reading, 1)
+    kel_hand.breakLock()
+    while not read.endswith("\\n"):
+        read = os.read(reading, 1 << 16)
+    thread.join()
+assert failures == [(errno.EINVAL, "cannot unlock")] * 2, failures
+assert _Kel.activityLockOwner() == 0
+""")
+
+    @unittest.skipIf("LD_PRELOAD" in os.environ, "a sanitizer ends the process without memory")
+    def test_a_line_that_finds_no_memory_is_a_Python_exception_without_the_lock(self):
+        self.run_script("""
+import resource
+size = 50 << 20
+text = "\\0" * size
+for call in [lambda: _Kel.trace_h(None, "f", 1, "g", text, 0),
+             lambda: _Kel.trace_ht(None, "t", "f", 1, "g", text, 0)]:
+    usual = resource.getrlimit(resource.RLIMIT_AS)
+    used = int(open("/proc/self/statm").read().split()[0]) * resource.getpagesize()
+    resource.setrlimit(resource.RLIMIT_AS, (used + 3 * size, usual[1]))
+    try:
+        call()
+    except SystemError as error:
+        assert str(error) == "std::bad_alloc", error
+    else:
+        raise AssertionError("nothing was raised")
+    finally:
+        resource.setrlimit(resource.RLIMIT_AS, usual)
+    assert _Kel.activityLockOwner() == 0
+""")
+
     def test_a_lock_that_cannot_be_taken_is_a_Python_exception_with_the_GIL_held(self):
         self.run_script("""
 import errno
