@@ -314,6 +314,51 @@ in_fork(look_around)
 look_around()
 """)
 
+    def test_a_preparation_in_the_middle_of_a_fork_does_nothing(self):
+        self.run_script("""
+calls = []
+
+def prepare():
+    # It would end the process if it went for the lock.
+    kel_hand.breakLock()
+    calls.append(_Kel.atforkPrepare())
+    kel_hand.mendLock()
+
+kel_hand.callInForks(prepare)
+in_fork(look_around)
+in_fork(look_around)
+assert calls == [None, None], calls
+look_around()
+""")
+
+    def test_a_prepared_fork_gives_up_neither_the_GIL_nor_the_import_lock(self):
+        self.run_script("""
+import time
+waits, imported = threading.Event(), []
+
+def importing():
+    waits.set()
+    imp.acquire_lock()
+    imported.append(True)
+    imp.release_lock()
+
+def body():
+    assert not imported
+
+imp.acquire_lock()
+thread = threading.Thread(target=importing)
+thread.start()
+waits.wait()
+time.sleep(0.05)  # it stands for the import lock by now
+_Kel.atforkPrepare()
+in_fork(body, gil_fork)
+assert not imported
+imp.release_lock()
+thread.join()
+assert imported
+look_around()
+""")
+
     def test_the_preparation_waits_without_the_GIL(self):
         self.run_script("""
 holder = Holder()

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include <kel/AllocTrack.h>
+#include <kel/Fork.h>
 #include <kel/Lock.h>
 #include <kelpy/core/PyLock.h>
 #include <kelpy/core/PyLockFunctions.h>
@@ -106,6 +107,21 @@ PyObject* forkTwiceOnNativeThread( PyObject*, PyObject* between ) {
    return Py_BuildValue( "(ii)", first, second );
 }
 
+PyObject* duringPreparation_ = nullptr; // for the life of the process
+
+void callDuringPreparation() {
+   if( !PyRef::steal( PyObject_CallObject( duringPreparation_, nullptr ) ) ) {
+      PyErr_Print();
+   }
+}
+
+// From now on each fork of a holder of the GIL calls the function once the module has prepared.
+PyObject* callInForks( PyObject*, PyObject* function ) {
+   duringPreparation_ = PyRef::borrow( function ).release();
+   Kel::registerAtForkHandler( callDuringPreparation, nullptr, nullptr, 1 );
+   Py_RETURN_NONE;
+}
+
 // Calls the function as a reactor of the runtime would that keeps the lock: on a native thread that
 // takes the activity lock first and then waits for the GIL.
 PyObject* callUnderActivityLock( PyObject*, PyObject* function ) {
@@ -131,6 +147,7 @@ constinit PyMethodDef functions[] = {
    { "forkWithoutGil", forkWithoutGil, METH_NOARGS, "The child's wait status." },
    { "forkOnNativeThread", forkOnNativeThread, METH_NOARGS, "The child's wait status." },
    { "forkTwiceOnNativeThread", forkTwiceOnNativeThread, METH_O, "Both children's wait statuses." },
+   { "callInForks", callInForks, METH_O, "Calls the function in the middle of each fork." },
    { "callUnderActivityLock", callUnderActivityLock, METH_O, "The function's result." },
    {},
 };
