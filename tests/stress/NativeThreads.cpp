@@ -33,7 +33,7 @@ using Kel::PtrInterface;
 using Kel::String;
 using Kel::U32;
 
-constexpr unsigned childSeconds = 60;
+constexpr unsigned childSeconds = 30;
 
 pid_t const process = getpid();
 

@@ -112,9 +112,9 @@ def main():
     parser = argparse.ArgumentParser(description="The stress test.")
     parser.add_argument("--steps", type=int, default=1000, help="of each thread")
     parser.add_argument("--forks", type=int, default=10, help="of each thread, about")
-    parser.add_argument("--quiet", type=int, default=40,
+    parser.add_argument("--quiet", type=int, default=60,
                         help="seconds without a step of a thread that count as a deadlock")
-    parser.add_argument("--child-seconds", type=int, default=60,
+    parser.add_argument("--child-seconds", type=int, default=30,
                         help="that a forked child may take")
     parser.add_argument("--safe-pointers", action="store_true",
                         help="begin with enableThreadSafePointers()")
