@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <mutex>
@@ -39,6 +40,8 @@ pid_t const process = getpid();
 
 // Activity lock.
 std::vector< Ptr< PtrInterface > > given;
+
+std::atomic< int > forked;
 
 std::mutex failuresMutex;
 std::vector< std::string > failures;
@@ -270,6 +273,7 @@ void Worker::forkOnce() {
       lookAroundInChild();
       _exit( right && failures.empty() ? 0 : 1 );
    }
+   ++forked;
    expect( owns() == hold, "the owner of the lock behind a fork" );
    std::unique_ptr< Kel::UnlockAnchor > const unlocked(
       hold ? new Kel::UnlockAnchor( activityLock() ) : nullptr );
@@ -327,6 +331,10 @@ std::vector< std::string > joinNativeThreads() {
    delete std::exchange( running, nullptr );
    given.clear();
    return std::move( failures );
+}
+
+int nativeForks() {
+   return forked;
 }
 
 void dawdle() {

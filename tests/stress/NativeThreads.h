@@ -28,6 +28,9 @@ void startNativeThreads( SharedObjects objects, int threads, int steps, int fork
 // Waits for their end; what went wrong in words. Neither lock.
 std::vector< std::string > joinNativeThreads();
 
+// How often they have forked.
+int nativeForks();
+
 // Sleeps for a moment, now and then. Not in a forked child, which is alone.
 void dawdle();
 

@@ -1,10 +1,14 @@
 """Forks of the threads of Python, and what their children find."""
 
+import multiprocessing
 import os
+import subprocess
+import sys
 import threading
 import traceback
 
 import _Kel
+import acme
 import kel_hand
 import kel_stress
 from world import Recorder, check_whole, manager
@@ -18,6 +22,7 @@ def fork(worker, in_reactor=False):
     if worker.options.prepared_forks:
         _Kel.atforkPrepare()
     child = os.fork()
+    worker.forked += child != 0
     if child == 0:
         be_child(worker, hold, in_reactor)
     if hold:
@@ -70,3 +75,22 @@ def on_another_thread(step):
         thread = threading.Thread(target=step)
         thread.start()
         thread.join()
+
+
+def run_programs(options):
+    """Starts children as other libraries do, one after another; what went wrong, in words."""
+    failures = []
+    for number in range(options.programs):
+        status = subprocess.call([sys.executable, "-S", "-E", "-c", "pass"], close_fds=True)
+        child = multiprocessing.Process(target=use_runtime, args=(options.child_seconds,))
+        child.start()
+        child.join()
+        if status or child.exitcode:
+            failures.append("child %d of subprocess ended with %d, of multiprocessing with %d" % (
+                number, status, child.exitcode))
+    return failures
+
+
+def use_runtime(seconds):
+    kel_stress.childDeadline(seconds)
+    assert acme.Item("child", 1).add(2, 3) == 5

@@ -172,6 +172,10 @@ PyObject* joinNative( PyObject*, PyObject* ) {
    return textList( failures );
 }
 
+PyObject* nativeForks( PyObject*, PyObject* ) {
+   return PyInt_FromLong( Stress::nativeForks() );
+}
+
 PyObject* give( PyObject*, PyObject* wrapper ) {
    return inRuntime( [&] { Stress::give( objectOf( wrapper ) ); } );
 }
@@ -209,6 +213,21 @@ PyObject* lockOrderViolations( PyObject*, PyObject* ) {
    auto const violations =
       reinterpret_cast< int ( * )() >( dlsym( RTLD_DEFAULT, "kel_lock_order_violations" ) );
    return PyInt_FromLong( violations ? violations() : 0 );
+}
+
+// The longest that a thread has waited for the GIL and for the activity lock, in seconds, and how
+// often that was taken; zeros without the preloaded library.
+PyObject* lockFigures( PyObject*, PyObject* ) {
+   using Figure = long ( * )( int );
+   auto const figure = []( char const* name, int lock ) {
+      auto const function = reinterpret_cast< Figure >( dlsym( RTLD_DEFAULT, name ) );
+      return function ? function( lock ) : 0;
+   };
+   auto const seconds = [figure]( int lock ) {
+      return static_cast< double >( figure( "kel_lock_order_longest_wait", lock ) ) / 1e9;
+   };
+   return Py_BuildValue(
+      "(ddl)", seconds( 0 ), seconds( 1 ), figure( "kel_lock_order_times_taken", 1 ) );
 }
 
 PyObject* ownsActivityLock( PyObject*, PyObject* ) {
@@ -321,11 +340,13 @@ constinit PyMethodDef functions[] = {
    { "forgetNoted", forgetNoted, METH_NOARGS, "Forgets what was noted." },
    { "startNative", startNative, METH_VARARGS, "Starts the native threads." },
    { "joinNative", joinNative, METH_NOARGS, "Waits for them; what went wrong there." },
+   { "nativeForks", nativeForks, METH_NOARGS, "How often the native threads have forked." },
    { "give", give, METH_O, "Leaves a reference to the native threads." },
    { "record", record, METH_O, "Gives the object a native notifiee." },
    { "recordFaults", recordFaults, METH_NOARGS, "What those missed; they go." },
    { "watchLockOrder", watchLockOrder, METH_NOARGS, "Whether the order of the locks is watched." },
    { "lockOrderViolations", lockOrderViolations, METH_NOARGS, "How often it was not kept." },
+   { "lockFigures", lockFigures, METH_NOARGS, "Longest waits, and how often the lock was taken." },
    { "ownsLock", ownsActivityLock, METH_NOARGS, "Whether this thread has the activity lock." },
    { "dawdle", dawdle, METH_NOARGS, "Lets others go first, now and then." },
    { "sanitizer", sanitizer, METH_NOARGS, "The sanitizer of this build." },

@@ -1,40 +1,27 @@
-// Preloaded into the interpreter: stands before the C library's locking of a mutex and tells of
-// each thread that goes for the watched one, the activity lock, while it holds the GIL.
+// Preloaded into the interpreter: stands before the C library's locks, and notes the order in which
+// each thread takes the GIL, the activity lock, the import lock and the mutexes behind them. Tells
+// of each thread that goes for the activity lock while it holds the GIL.
 #include <dlfcn.h>
-#include <execinfo.h>
 #include <pthread.h>
+#include <semaphore.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <ctime>
+
+#include "LockGraph.h"
 
 namespace {
 
-constinit std::atomic< pthread_mutex_t* > watched{ nullptr };
-constinit std::atomic< int > violations{ 0 };
-// A forked child has one thread, and a lock of its own that nobody else wants.
-constinit std::atomic< pid_t > process{ 0 };
+// The semaphores that this thread has used last; they tell which are the interpreter's locks.
+struct LastUsed {
+   sem_t* waited;
+   sem_t* tried;
+   sem_t* posted;
+};
 
-// The interpreter's: the state of the thread that holds the GIL, and that of the calling thread.
-constinit std::atomic< void** > holder{ nullptr };
-constinit std::atomic< void* (*)() > own{ nullptr };
-
-bool holdsGil() {
-   void* const state = own.load()();
-   return state && __atomic_load_n( holder.load(), __ATOMIC_RELAXED ) == state;
-}
-
-void check( pthread_mutex_t* mutex ) {
-   if( mutex != watched || mutex->__data.__owner == ::gettid() || getpid() != process ||
-       !holdsGil() ) {
-      return;
-   }
-   ++violations;
-   constexpr char text[] = "\nthe activity lock is wanted with the GIL held, by\n";
-   [[maybe_unused]] auto const written = write( STDERR_FILENO, text, sizeof text - 1 );
-   void* frames[32];
-   backtrace_symbols_fd( frames, ::backtrace( frames, 32 ), STDERR_FILENO );
-}
+constinit thread_local LastUsed last __attribute__( ( tls_model( "initial-exec" ) ) ) = {};
 
 // The C library's own. Found anew by whoever comes before it is kept: all find the same.
 template< class Function >
@@ -47,33 +34,155 @@ Function* real( std::atomic< Function* >& kept, char const* name ) {
    return function;
 }
 
+bool isOwn( pthread_mutex_t const* mutex ) {
+   return mutex->__data.__owner == ::gettid();
+}
+
+template< class Function >
+Function* symbol( char const* name ) {
+   return reinterpret_cast< Function* >( dlsym( RTLD_DEFAULT, name ) );
+}
+
+// Of the interpreter that this thread holds the GIL of.
+void findPythonLocks() {
+   symbol< void() >( "PyEval_InitThreads" )();
+   auto* const state = symbol< void*() >( "PyEval_SaveThread" )();
+   sem_t* const gil = last.posted;
+   symbol< void( void* ) >( "PyEval_RestoreThread" )( state );
+   symbol< void*() >( "PyGILState_GetThisThreadState" )();
+   sem_t* const keys = last.waited;
+   symbol< void() >( "_PyImport_AcquireLock" )();
+   sem_t* const import = last.tried;
+   symbol< int() >( "_PyImport_ReleaseLock" )();
+   LockGraph::lockIs( LockGraph::keys, keys );
+   LockGraph::lockIs( LockGraph::import, import );
+   LockGraph::lockIs( LockGraph::gil, gil );
+   LockGraph::got( LockGraph::gil );
+}
+
+template< class Lock >
+int locked( pthread_mutex_t* mutex, Lock lock ) {
+   auto const node = isOwn( mutex ) ? LockGraph::none : LockGraph::nodeOf( mutex );
+   LockGraph::wanted( node );
+   int const error = lock();
+   if( error == 0 ) {
+      LockGraph::got( node );
+   } else {
+      LockGraph::gaveUp( node );
+   }
+   return error;
+}
+
 } // namespace
 
-extern "C" {
+#define KEL_STAND_IN extern "C" __attribute__( ( visibility( "default" ) ) )
 
-// Watches that mutex from now on.
-__attribute__( ( visibility( "default" ) ) ) void kel_lock_order_watch( pthread_mutex_t* mutex ) {
-   holder = static_cast< void** >( dlsym( RTLD_DEFAULT, "_PyThreadState_Current" ) );
-   own = reinterpret_cast< void* (*)() >( dlsym( RTLD_DEFAULT, "PyGILState_GetThisThreadState" ) );
-   process = getpid();
-   watched = mutex;
+// From here on the locks of the interpreter are watched too. GIL.
+KEL_STAND_IN void kel_lock_order_start() {
+   if( !LockGraph::isFound( LockGraph::gil ) ) {
+      findPythonLocks();
+   }
 }
 
-__attribute__( ( visibility( "default" ) ) ) int kel_lock_order_violations() {
-   return violations;
+KEL_STAND_IN void kel_lock_order_watch( pthread_mutex_t* activityLock ) {
+   LockGraph::lockIs( LockGraph::activity, activityLock );
+   kel_lock_order_start();
 }
 
-__attribute__( ( visibility( "default" ) ) ) int pthread_mutex_lock(
-   pthread_mutex_t* mutex ) noexcept {
+KEL_STAND_IN int kel_lock_order_violations() {
+   return LockGraph::violations();
+}
+
+// In nanoseconds; 0 is the GIL, 1 the activity lock.
+KEL_STAND_IN long kel_lock_order_longest_wait( int lock ) {
+   return LockGraph::longestWait( lock );
+}
+
+KEL_STAND_IN long kel_lock_order_times_taken( int lock ) {
+   return LockGraph::timesTaken( lock );
+}
+
+KEL_STAND_IN int pthread_mutex_lock( pthread_mutex_t* mutex ) noexcept {
    static constinit std::atomic< int ( * )( pthread_mutex_t* ) > next{ nullptr };
-   check( mutex );
-   return real( next, "pthread_mutex_lock" )( mutex );
+   return locked( mutex, [&] { return real( next, "pthread_mutex_lock" )( mutex ); } );
 }
 
-__attribute__( ( visibility( "default" ) ) ) int pthread_mutex_timedlock(
-   pthread_mutex_t* mutex, timespec const* until ) noexcept {
+KEL_STAND_IN int pthread_mutex_timedlock( pthread_mutex_t* mutex, timespec const* until ) noexcept {
    static constinit std::atomic< int ( * )( pthread_mutex_t*, timespec const* ) > next{ nullptr };
-   check( mutex );
-   return real( next, "pthread_mutex_timedlock" )( mutex, until );
+   return locked( mutex, [&] { return real( next, "pthread_mutex_timedlock" )( mutex, until ); } );
 }
+
+KEL_STAND_IN int pthread_mutex_unlock( pthread_mutex_t* mutex ) noexcept {
+   static constinit std::atomic< int ( * )( pthread_mutex_t* ) > next{ nullptr };
+   int const error = real( next, "pthread_mutex_unlock" )( mutex );
+   if( error == 0 ) {
+      LockGraph::released( LockGraph::knownNode( mutex ) );
+   }
+   return error;
+}
+
+KEL_STAND_IN int sem_wait( sem_t* semaphore ) {
+   static constinit std::atomic< int ( * )( sem_t* ) > next{ nullptr };
+   auto const node = LockGraph::knownNode( semaphore );
+   last.waited = semaphore;
+   LockGraph::wanted( node );
+   int const result = real( next, "sem_wait" )( semaphore );
+   int const error = errno;
+   if( result == 0 ) {
+      LockGraph::got( node );
+   } else {
+      LockGraph::gaveUp( node );
+   }
+   errno = error;
+   return result;
+}
+
+KEL_STAND_IN int sem_trywait( sem_t* semaphore ) noexcept {
+   static constinit std::atomic< int ( * )( sem_t* ) > next{ nullptr };
+   last.tried = semaphore;
+   int const result = real( next, "sem_trywait" )( semaphore );
+   if( result == 0 ) {
+      LockGraph::got( LockGraph::knownNode( semaphore ) );
+   }
+   return result;
+}
+
+KEL_STAND_IN int sem_post( sem_t* semaphore ) noexcept {
+   static constinit std::atomic< int ( * )( sem_t* ) > next{ nullptr };
+   last.posted = semaphore;
+   LockGraph::released( LockGraph::knownNode( semaphore ) );
+   return real( next, "sem_post" )( semaphore );
+}
+
+KEL_STAND_IN int __cxa_guard_acquire( void* guard ) {
+   static constinit std::atomic< int ( * )( void* ) > next{ nullptr };
+   auto const node = LockGraph::nodeOf( guard );
+   LockGraph::wanted( node );
+   int const runs = real( next, "__cxa_guard_acquire" )( guard );
+   if( runs ) {
+      LockGraph::got( node );
+   } else {
+      LockGraph::gaveUp( node );
+   }
+   return runs;
+}
+
+KEL_STAND_IN void __cxa_guard_release( void* guard ) noexcept {
+   static constinit std::atomic< void ( * )( void* ) > next{ nullptr };
+   real( next, "__cxa_guard_release" )( guard );
+   LockGraph::released( LockGraph::knownNode( guard ) );
+}
+
+KEL_STAND_IN void __cxa_guard_abort( void* guard ) noexcept {
+   static constinit std::atomic< void ( * )( void* ) > next{ nullptr };
+   real( next, "__cxa_guard_abort" )( guard );
+   LockGraph::released( LockGraph::knownNode( guard ) );
+}
+
+KEL_STAND_IN pid_t fork() noexcept {
+   static constinit std::atomic< pid_t ( * )() > next{ nullptr };
+   LockGraph::forkBegins();
+   pid_t const child = real( next, "fork" )();
+   LockGraph::forkEnds();
+   return child;
 }

@@ -18,11 +18,9 @@ import _Kel
 import kel_hand
 import kel_stress
 import plants
+from forks import run_programs
 from worker import Worker
 from world import World, manager, root
-
-PYTHON_THREADS = 8
-NATIVE_THREADS = 2
 
 
 def drain(workers):
@@ -35,19 +33,20 @@ def drain(workers):
 
 
 def start(world, options):
-    workers = [Worker(world, number, options) for number in range(PYTHON_THREADS)]
+    workers = [Worker(world, number, options) for number in range(options.python_threads)]
     kel_stress.startNative(world.strict, world.loose, world.store, world.item, world.args,
-                           NATIVE_THREADS, options.steps, options.forks)
+                           options.native_threads, options.steps,
+                           options.forks if options.native_forks is None else options.native_forks)
     for worker in workers:
         worker.start()
     return workers
 
 
-def loose_writers(world, workers):
+def loose_writers(world, workers, native_threads):
     """How many keyed and plain changes each writer has made of the object without a ledger."""
     writers = dict((worker.name, (worker.loose_keyed, worker.loose_plain)) for worker in workers)
     noted = kel_stress.noted(world.loose, 0, kel_stress.notedCount(world.loose))
-    for number in range(NATIVE_THREADS):
+    for number in range(native_threads):
         name = "n%d" % number
         keys = [key for _, key in noted if key.startswith(name + ":")]
         writers[name] = len(keys), 0
@@ -67,12 +66,15 @@ def work(options):
     while not all(worker.made for worker in workers):
         time.sleep(0.001)
     plants.LATE.get(options.plant, nothing)(world)
+    failures = run_programs(options)
     for worker in workers:
         worker.join()
-    failures = kel_stress.joinNative()
+    failures += kel_stress.joinNative()
+    forked = sum(worker.forked for worker in workers), kel_stress.nativeForks()
+    print "forks: %d of Python, %d of native threads" % forked
     drain(workers)
     manager.stop()
-    failures += world.faults(loose_writers(world, workers))
+    failures += world.faults(loose_writers(world, workers, options.native_threads))
     for worker in workers:
         failures += worker.faults()
     world.end()
@@ -105,6 +107,9 @@ def run(options):
     if kel_stress.lockOrderViolations():
         failures.append("the order of the locks was not kept")
     print "the order of the locks was %swatched" % ("" if is_order_watched else "not ")
+    if is_order_watched:
+        print "longest waits: GIL %.3f s, activity lock %.3f s; %d holds" % (
+            kel_stress.lockFigures())
     return failures
 
 
@@ -112,6 +117,11 @@ def main():
     parser = argparse.ArgumentParser(description="The stress test.")
     parser.add_argument("--steps", type=int, default=1000, help="of each thread")
     parser.add_argument("--forks", type=int, default=10, help="of each thread, about")
+    parser.add_argument("--native-forks", type=int, help="of each native thread, if that differs")
+    parser.add_argument("--python-threads", type=int, default=8)
+    parser.add_argument("--native-threads", type=int, default=2)
+    parser.add_argument("--programs", type=int, default=0,
+                        help="children of subprocess and multiprocessing each, of the main thread")
     parser.add_argument("--quiet", type=int, default=60,
                         help="seconds without a step of a thread that count as a deadlock")
     parser.add_argument("--child-seconds", type=int, default=30,

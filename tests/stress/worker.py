@@ -73,6 +73,7 @@ class Worker(threading.Thread):
         self.failures = []
         self.made = 0
         self.number = 0
+        self.forked = 0
         self.loose_keyed = 0
         self.loose_plain = 0
         self.recorders = []

@@ -4,6 +4,7 @@ import gc
 import os
 import unittest
 
+import _Kel  # first: it sets up how the runtime and Python fork together
 import kel_hand
 
 # For tests that misuse a mutex, of which the thread sanitizer tells before the module can.
@@ -25,7 +26,6 @@ class TestCase(unittest.TestCase):
         super(TestCase, self).run(result)
 
     def tearDown(self):
-        import _Kel
         if _Kel.activityLockOwner() != 0:
             self.fail("the activity lock is still held by thread %d" % _Kel.activityLockOwner())
         # Locals of a failed test live in its traceback: its own failure is the one to see.
