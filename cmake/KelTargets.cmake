@@ -66,6 +66,9 @@ function( kel_target_defaults name )
       POSITION_INDEPENDENT_CODE ON )
 endfunction()
 
+# All that Python imports, with nothing that only tests run.
+add_custom_target( importable )
+
 # A shared library; it lies beside the Python modules and finds its fellows there.
 # Nobody replaces a function of ours by one of the same name, so calls within a library are direct.
 function( kel_shared_library name )
@@ -74,6 +77,7 @@ function( kel_shared_library name )
    target_compile_options( ${name} PRIVATE -fno-semantic-interposition -fno-plt )
    target_link_options( ${name} PRIVATE LINKER:-Bsymbolic-functions )
    set_target_properties( ${name} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${KEL_PYTHON_DIR} )
+   add_dependencies( importable ${name} )
 endfunction()
 
 # A static library that goes into shared ones.
@@ -90,6 +94,9 @@ function( kel_python_extension name folder )
    target_link_libraries( ${name} PRIVATE Python27::Headers )
    target_link_options( ${name} PRIVATE LINKER:--as-needed )
    set_target_properties( ${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${folder} )
+   if( folder STREQUAL KEL_PYTHON_DIR )
+      add_dependencies( importable ${name} )
+   endif()
 endfunction()
 
 # An executable; its functions have names in a backtrace. A library that it names is loaded though no

@@ -143,6 +143,54 @@ find_python27() {
    echo "$python27" > "$kept"
 }
 
+# Debian 11's packages of that name, unpacked into the folder; apt keeps nothing of them.
+unpack_bullseye() {
+   local folder=$1 uri
+   shift
+   command -v apt-get > /dev/null || return 1
+   if [ ! -e $bullseye_source ]; then
+      uri=$( debian_mirror )
+      { [ -n "$uri" ] && can_install && add_bullseye "$uri"; } || return 1
+   fi
+   mkdir -p "$folder/packages"
+   (
+      cd "$folder/packages"
+      apt-get -qq download "${@/%//bullseye}" >> "$root/build/setup.log" 2>&1 || { update_apt_once \
+         && apt-get -qq download "${@/%//bullseye}" >> "$root/build/setup.log" 2>&1; } || return 1
+      local package
+      for package in *.deb; do
+         dpkg -x "$package" "$folder" || return 1
+      done
+   ) || return 1
+   rm -r "$folder/packages"
+}
+
+# Sets `python27` to an interpreter that counts its references: the debug build of Debian 11, in
+# build/python27-debug, which nothing but the checks uses.
+find_python27_debug() {
+   local folder=$root/build/python27-debug
+   python27=$folder/python2.7
+   [ -x "$python27" ] && return
+   say "unpacking the debug interpreter of Debian 11"
+   unpack_bullseye "$folder" python2.7 python2.7-minimal python2.7-dbg libpython2.7-dbg libpython2.7 \
+      libpython2.7-minimal libpython2.7-stdlib libpython2.7-dev libffi7 libssl1.1 \
+      || fail "the debug interpreter of Debian 11 cannot be had; build/setup.log says why"
+   # Its headers are links to those of the usual build, and name their configuration by where Debian has it.
+   local include=$folder/usr/include
+   rm -r "$include/python2.7_d"
+   cp -r "$include/python2.7" "$include/python2.7_d"
+   cp "$include"/*/python2.7_d/pyconfig.h "$include/python2.7_d"
+   # It says of itself that it is this script, so that it finds its own again.
+   cat > "$folder/python" << 'END'
+#!/bin/bash
+here=$( dirname "$( readlink -f "${BASH_SOURCE[0]}" )" )
+export PYTHONHOME=$here/usr LD_LIBRARY_PATH=$here/usr/lib/x86_64-linux-gnu
+exec -a "$0" "$here/usr/bin/python2.7-dbg" "$@"
+END
+   chmod +x "$folder/python"
+   mv "$folder/python" "$python27"
+}
+
 # All that building and testing needs.
 set_up() {
    mkdir -p "$root/build"

@@ -8,7 +8,8 @@
 
 // The instance size of a wrapper, an entity future and a failed mount alike, since an object
 // changes between the three in place.
-constexpr Py_ssize_t PyGenericIf_basicsize = 40;
+// A debug interpreter that traces references keeps two links in each object.
+constexpr Py_ssize_t PyGenericIf_basicsize = 24 + sizeof( PyObject );
 
 // Root classes, of values and of pointers.
 PyObject* PyGenericIf_new( PyTypeObject* cls, PyObject* args, PyObject* kwds );
