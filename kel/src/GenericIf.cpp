@@ -23,7 +23,6 @@ struct GenericIfLayout {
 };
 #pragma GCC diagnostic pop
 
-GenericIf::~GenericIf() = default;
 GenericIfRaw::IteratorImpl::~IteratorImpl() = default;
 
 PtrInterface* GenericIf::ptrInterface() const noexcept {
@@ -33,10 +32,6 @@ PtrInterface* GenericIf::ptrInterface() const noexcept {
 std::uint32_t GenericIf::references() const noexcept {
    PtrInterface const* object = ptrInterface();
    return object ? object->references() : 0;
-}
-
-void GenericIf::handleZeroRef() const noexcept {
-   delete this;
 }
 
 void* GenericIf::baseAddress( KelTypeBase type ) const noexcept {

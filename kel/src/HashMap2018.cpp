@@ -50,10 +50,13 @@ HashMap2018Node* HashMap2018Generic::lookupNodeG( void const* key ) const {
    if( !members_ ) {
       return nullptr;
    }
+   if( lastFound_ && vtable_->holdsKey( lastFound_, key ) ) {
+      return lastFound_;
+   }
    std::size_t hash = mix( vtable_->hash( key ) );
    for( auto* node = buckets_[slot( hash )]; node; node = node->bucketNext ) {
       if( node->hash == hash && vtable_->holdsKey( node, key ) ) {
-         return node;
+         return lastFound_ = node;
       }
    }
    return nullptr;
@@ -79,6 +82,9 @@ void HashMap2018Generic::deleteMemberG( HashMap2018Node* node ) {
          it->node_ = node->next;
       }
    }
+   if( lastFound_ == node ) {
+      lastFound_ = nullptr;
+   }
    unlink( node );
    ( node->prev ? node->prev->next : first_ ) = node->next;
    ( node->next ? node->next->prev : last_ ) = node->prev;
@@ -100,7 +106,7 @@ void HashMap2018Generic::emptyAllBuckets( HashMap2018VTable const* vtable, bool 
       it->node_ = nullptr;
    }
    auto* node = first_;
-   first_ = last_ = nullptr;
+   first_ = last_ = lastFound_ = nullptr;
    members_ = 0;
    if( freeBuckets ) {
       std::free( buckets_ );

@@ -49,6 +49,21 @@ TEST_F( Collection, with_external_keys_is_read_written_and_deleted_by_key ) {
    EXPECT_THROW( stock.genericIfAdd( box, generic( U32( 1 ) ) ), OpNotSupportedException );
 }
 
+TEST_F( Collection, finds_no_member_that_was_found_before_and_has_gone ) {
+   KelAttr stock = attr( box, "stock" );
+   fillStock( { "a", "b" } );
+   EXPECT_TRUE( stock.genericIfExist( box, text( "a" ) ) );
+   stock.genericIfDel( box, text( "a" ) );
+   EXPECT_FALSE( stock.genericIfExist( box, text( "a" ) ) );
+   EXPECT_TRUE( stock.genericIfExist( box, text( "b" ) ) );
+   object().stock.set( "a", 7 );
+   EXPECT_EQ( as< U32 >( stock.genericIfGet( box, text( "a" ) ) ), 7u );
+   object().stock = {};
+   EXPECT_FALSE( stock.genericIfExist( box, text( "a" ) ) );
+   fillStock( { "c" } );
+   EXPECT_FALSE( stock.genericIfExist( box, text( "a" ) ) );
+}
+
 TEST_F( Collection, that_instantiates_makes_its_members_under_their_own_key ) {
    KelAttr made = attr( box, "made" );
    auto member = made.genericIfSet( box, ArgVector{ text( "x" ) } );

@@ -11,6 +11,7 @@
 namespace {
 
 using Kind = PyGenericIfAttrDescriptor::Kind;
+using Read = PyGenericIfAttrDescriptor::Read;
 
 PyObject* PyGenericIfAttrDescriptor_repr( PyObject* object ) {
    auto* self = reinterpret_cast< PyGenericIfAttrDescriptor* >( object );
@@ -33,6 +34,16 @@ PyObject* descriptorKey( Kel::KelAttr attr, Kind kind ) {
       PyString_InternInPlace( &key );
    }
    return key;
+}
+
+Read readOf( Kel::KelAttr attr ) {
+   if( attr.isEnumConst() ) {
+      return Read::constant;
+   }
+   if( attr.isCollection() ) {
+      return Read::collection;
+   }
+   return attr.isFunction() ? Read::function : Read::value;
 }
 
 constinit PyGetSetDef PyGenericIfAttrDescriptor_getset[] = {
@@ -72,6 +83,8 @@ bool addAttrDescriptor( PyObject* dict, Kel::KelAttr attr, Kind kind ) {
    self->name = key.release();
    self->attr = attr;
    self->kind = kind;
+   self->read = readOf( attr );
+   self->isStatic = attr.isStatic();
    self->lastClass = nullptr;
    return PyDict_SetItem( dict, self->name, object.get() ) == 0;
 }

@@ -15,10 +15,15 @@ struct PyGenericIfAttrDescriptor {
       AddMember = 2, // adds a member to any other collection
    };
 
+   // What a read does; follows from the attribute and the kind.
+   enum class Read : std::uint8_t { constant, collection, function, value };
+
    PyObject_HEAD
    PyObject* name; // owned; the interned key in the class's dictionary
    Kel::KelAttr attr;
    Kind kind;
+   Read read;
+   bool isStatic;
    PyTypeObject* lastClass; // borrowed, for ever: a class whose objects have the attribute, or null
 };
 

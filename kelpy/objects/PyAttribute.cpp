@@ -66,7 +66,7 @@ inline bool checkObject( PyGenericIfAttrDescriptor* self, PyObject* object ) {
 
 // The object that the attribute is asked of: none for a static one.
 PyGenericIf* parentOf( PyGenericIfAttrDescriptor const* self, PyObject* object ) {
-   return self->attr.isStatic() ? nullptr : reinterpret_cast< PyGenericIf* >( object );
+   return self->isStatic ? nullptr : reinterpret_cast< PyGenericIf* >( object );
 }
 
 PyTypeObject* collectionReadType( PyGenericIfAttrDescriptor const* self ) {
@@ -83,16 +83,16 @@ PyTypeObject* collectionReadType( PyGenericIfAttrDescriptor const* self ) {
 
 PyObject* readAttribute( PyGenericIfAttrDescriptor const* self, PyGenericIf* parent ) {
    Kel::KelAttr const& attr = self->attr;
-   if( attr.isEnumConst() ) {
+   switch( self->read ) {
+   case PyGenericIfAttrDescriptor::Read::constant:
       return PyString_InternFromString( attr.name() );
-   }
-   if( attr.isCollection() ) {
+   case PyGenericIfAttrDescriptor::Read::collection:
       return MakePyGenericIfAttr( collectionReadType( self ), parent, attr );
-   }
-   if( attr.isFunction() ) {
+   case PyGenericIfAttrDescriptor::Read::function:
       return MakePyGenericIfAttr( &PyGenericIfFunctionType, parent, attr );
+   default:
+      return pyGenericIfGet( parent, attr, true );
    }
-   return pyGenericIfGet( parent, attr, true );
 }
 
 // None for an instantiating attribute unsets it.
@@ -143,7 +143,7 @@ PyObject* PyGenericIfAttrDescriptor_descr_get( PyObject* self, PyObject* object,
       if( !checkObject( descriptor, object ) ) {
          return nullptr;
       }
-   } else if( !descriptor->attr.isStatic() ) {
+   } else if( !descriptor->isStatic ) {
       PyErr_Format( PyExc_AttributeError,
          "accessing non-static attribute '%s' requires an instance",
          PyString_AS_STRING( descriptor->name ) );

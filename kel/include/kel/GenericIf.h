@@ -124,7 +124,7 @@ class KEL_API GenericIf {
       memFree( memory, size );
    }
    std::uint32_t& kelReferenceWord() const noexcept { return word_; }
-   void handleZeroRef() const noexcept;
+   void handleZeroRef() const noexcept { delete this; }
 
  protected:
    GenericIf( KelType type, void* address, bool isConst, Kind kind ) noexcept
@@ -133,7 +133,7 @@ class KEL_API GenericIf {
         module_( type.module() ),
         typeIndex_( type.typeIndex() ),
         address_( address ) {}
-   virtual ~GenericIf();
+   virtual ~GenericIf() = default;
 
    void* baseAddress( KelTypeBase type ) const noexcept;
 

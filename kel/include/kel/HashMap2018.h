@@ -87,6 +87,7 @@ class KEL_API HashMap2018Generic {
    HashMap2018Node* first_ = nullptr;
    HashMap2018Node* last_ = nullptr;
    HashMap2018IteratorGeneric* iterators_ = nullptr; // all that stand in this map
+   mutable HashMap2018Node* lastFound_ = nullptr; // who asks whether a key is there reads it next
    std::uint32_t members_ = 0;
    std::uint32_t version_ = 0;
    std::uint32_t firstBuckets_;

@@ -91,7 +91,7 @@ struct CollectionBinding {
          get( c, call );
          break;
       case Op::exist:
-         call.flag = c.exist( fromGeneric< Key >( call.key ) );
+         call.flag = c.exist( keyFromGeneric< Key >( call.key ) );
          break;
       case Op::members:
          call.count = c.members();
@@ -108,7 +108,7 @@ struct CollectionBinding {
    }
 
    static void get( Container const& c, AttrCall& call ) {
-      auto&& member = c.find( fromGeneric< Key >( call.key ) );
+      auto&& member = c.find( keyFromGeneric< Key >( call.key ) );
       if( !member ) {
          throwNoMember( call.attr );
       }

@@ -157,5 +157,15 @@ T fromGeneric( GenericIf const* generic ) {
    }
 }
 
+// The same for a key that is only looked up: the generic's own value, where its C++ type is T.
+template< class T >
+decltype( auto ) keyFromGeneric( GenericIf const* generic ) {
+   if constexpr( std::is_same_v< T, String > ) {
+      return valueFromGeneric< T >( generic );
+   } else {
+      return fromGeneric< T >( generic );
+   }
+}
+
 } // namespace Schema
 } // namespace Kel
