@@ -27,12 +27,13 @@ class Turn {
       PyEval_RestoreThread( state_ );
       state_ = nullptr;
    }
-   // For a conversion in the middle: Python's own way to the GIL and back.
+   // For a conversion in the middle, with the state that was kept: Python's own way to it goes
+   // along a list of all threads.
    template< class F >
    auto withGil( F f ) {
-      PyGILState_STATE const state = PyGILState_Ensure();
+      PyEval_RestoreThread( state_ );
       auto result = f();
-      PyGILState_Release( state );
+      state_ = PyEval_SaveThread();
       return result;
    }
 

@@ -3,6 +3,7 @@
 // released last. `Thing` makes one turn of the locks for each operation; `SameTurns` makes as many
 // as the operations of _Kel do, which convert a value with the GIL under the activity lock and let
 // go of objects under it.
+#include "Model.h"
 #include "Turn.h"
 
 #include <cstdlib>
@@ -10,23 +11,7 @@
 
 namespace {
 
-class Model {
- public:
-   virtual ~Model() = default;
-   virtual unsigned level() const { return level_; }
-   virtual void levelIs( unsigned level ) { level_ = level; }
-   virtual std::string const& text() const { return text_; }
-   virtual void textIs( std::string text ) { text_ = std::move( text ); }
-
-   virtual unsigned color() const { return 1; }
-   virtual int add( int a, int b ) const { return a + b; }
-
-   Model* next = nullptr;
-
- private:
-   unsigned level_ = 1;
-   std::string text_ = "a text of some length";
-};
+using Bench::Model;
 
 struct FloorObject {
    PyObject_HEAD
@@ -120,7 +105,7 @@ PyObject* color_get( PyObject* self, void* ) {
    static PyObject* const names[] = { PyString_InternFromString( "red" ),
       PyString_InternFromString( "blue" ) };
    Turn turn;
-   unsigned color = modelOf( self )->color();
+   auto const color = static_cast< unsigned >( modelOf( self )->color() );
    turn.gilIsBack();
    Py_INCREF( names[color] );
    return names[color];
@@ -159,24 +144,43 @@ PyObject* wrap( PyTypeObject* type, Model* model, bool owns ) {
 
 PyObject* next_get( PyObject* self, void* ) {
    Turn turn;
-   Model* next = modelOf( self )->next;
+   Model* next = modelOf( self )->next();
    turn.gilIsBack();
    return wrap( Py_TYPE( self ), next, false );
 }
 
 PyObject* floor_new( PyTypeObject* type, PyObject* args, PyObject* ) {
-   char const* text = "a text of some length";
+   char const* text = Bench::someText;
    unsigned level = 1;
    if( !PyArg_ParseTuple( args, "|sI", &text, &level ) ) {
       return nullptr;
    }
    Turn turn;
-   auto* model = new Model();
-   model->next = model;
-   model->textIs( text );
-   model->levelIs( level );
+   auto* model = new Model( text, level );
    turn.gilIsBack();
    return wrap( type, model, true );
+}
+
+// By the address, without either lock, as _Kel compares.
+PyObject* floor_richcompare( PyObject* self, PyObject* other, int op ) {
+   if( Py_TYPE( self )->tp_richcompare != Py_TYPE( other )->tp_richcompare ||
+       ( op != Py_EQ && op != Py_NE ) ) {
+      Py_INCREF( Py_NotImplemented );
+      return Py_NotImplemented;
+   }
+   return PyBool_FromLong( ( modelOf( self ) == modelOf( other ) ) == ( op == Py_EQ ) );
+}
+
+long floor_hash( PyObject* self ) {
+   Turn turn;
+   return static_cast< long >( modelOf( self )->hash() );
+}
+
+PyObject* floor_repr( PyObject* self ) {
+   Turn turn;
+   std::string const text = modelOf( self )->describe();
+   turn.gilIsBack();
+   return PyString_FromStringAndSize( text.data(), text.size() );
 }
 
 void letGo( PyObject* self ) {
@@ -238,6 +242,9 @@ PyTypeObject* newType( char const* name, PyGetSetDef* getset, destructor dealloc
    type->tp_base = base;
    type->tp_new = floor_new;
    type->tp_dealloc = dealloc;
+   type->tp_richcompare = floor_richcompare;
+   type->tp_hash = floor_hash;
+   type->tp_repr = floor_repr;
    return PyType_Ready( type ) < 0 ? nullptr : type;
 }
 
@@ -267,6 +274,17 @@ void addType( PyObject* module, char const* name, PyTypeObject* type ) {
    }
 }
 
+// Deep2 to Deep12, each derived from the one before, the first from `type`.
+void addDeep( PyObject* module, PyTypeObject* type ) {
+   static char const* const names[] = { "kel_floor.Deep2", "kel_floor.Deep3", "kel_floor.Deep4",
+      "kel_floor.Deep5", "kel_floor.Deep6", "kel_floor.Deep7", "kel_floor.Deep8", "kel_floor.Deep9",
+      "kel_floor.Deep10", "kel_floor.Deep11", "kel_floor.Deep12" };
+   for( char const* name : names ) {
+      type = newType( name, nullptr, floor_dealloc, nullptr, type );
+      addType( module, name + sizeof "kel_floor", type );
+   }
+}
+
 } // namespace
 
 extern "C" __attribute__( ( visibility( "default" ) ) ) void initkel_floor() {
@@ -277,9 +295,6 @@ extern "C" __attribute__( ( visibility( "default" ) ) ) void initkel_floor() {
       addType( module, "Thing", deep );
       addType( module, "SameTurns",
          newType( "kel_floor.SameTurns", sameTurns, floor_dealloc_same_turns, sameTurnsMethods ) );
-      for( int depth = 2; depth <= 4; ++depth ) {
-         deep = newType( "kel_floor.Deep", nullptr, floor_dealloc, nullptr, deep );
-      }
-      addType( module, "Deep", deep );
+      addDeep( module, deep );
    }
 }

@@ -1,19 +1,19 @@
 // The floor of a keyed collection: what reading `owner.price`, a look-up of a str, and a walk along
 // the keys cost in a hand-written extension that makes one turn of the locks for each, or, in
 // `SameTurns`, as many as _Kel does, which converts the key under the activity lock.
+#include "Model.h"
 #include "Turn.h"
 
-#include <map>
 #include <memory>
 #include <string>
 
 namespace {
 
-using Price = std::map< std::string, unsigned, std::less<> >;
+using Bench::Prices;
 
 struct Owner {
    PyObject_HEAD
-   Price* price;
+   Prices* price;
 };
 
 struct Collection {
@@ -24,7 +24,7 @@ struct Collection {
 struct Walk {
    PyObject_HEAD
    PyObject* owner;
-   Price::const_iterator at;
+   Prices::Position at;
 };
 
 template< class T >
@@ -32,7 +32,7 @@ T* as( PyObject* object ) {
    return reinterpret_cast< T* >( object );
 }
 
-Price& priceOf( PyObject* owner ) {
+Prices& priceOf( PyObject* owner ) {
    return *as< Owner >( owner )->price;
 }
 
@@ -57,11 +57,10 @@ bool asKey( PyObject* key, std::string& text ) {
 }
 
 PyObject* find( Turn& turn, PyObject* self, PyObject* key, std::string const& text ) {
-   Price const& price = priceOf( as< Collection >( self )->owner );
-   auto const at = price.find( text );
-   unsigned const value = at == price.end() ? 0 : at->second;
+   unsigned const* const at = priceOf( as< Collection >( self )->owner ).find( text );
+   unsigned const value = at ? *at : 0;
    turn.gilIsBack();
-   return at == price.end() ? missing( key ) : PyInt_FromLong( value );
+   return at ? PyInt_FromLong( value ) : missing( key );
 }
 
 PyObject* subscript( PyObject* self, PyObject* key ) {
@@ -82,15 +81,66 @@ PyObject* subscriptSameTurns( PyObject* self, PyObject* key ) {
    return find( turn, self, key, text );
 }
 
+bool asPrice( PyObject* value, unsigned& price ) {
+   long const number = PyInt_Check( value ) ? PyInt_AS_LONG( value ) : -1;
+   if( number < 0 || number > 0xffffffffl ) {
+      PyErr_SetString( PyExc_TypeError, "expected an int in range" );
+      return false;
+   }
+   price = static_cast< unsigned >( number );
+   return true;
+}
+
+// Sets or, without a value, deletes; without the GIL. False for a key that is not there.
+bool change( PyObject* self, std::string const& key, PyObject* value, unsigned price ) {
+   Prices& prices = priceOf( as< Collection >( self )->owner );
+   if( !value ) {
+      return prices.erase( key );
+   }
+   prices.priceIs( key, price );
+   return true;
+}
+
+int ass_subscript( PyObject* self, PyObject* key, PyObject* value ) {
+   std::string text;
+   unsigned price = 0;
+   if( !asKey( key, text ) || ( value && !asPrice( value, price ) ) ) {
+      return -1;
+   }
+   Turn turn;
+   if( change( self, text, value, price ) ) {
+      return 0;
+   }
+   turn.gilIsBack();
+   missing( key );
+   return -1;
+}
+
+int assSubscriptSameTurns( PyObject* self, PyObject* key, PyObject* value ) {
+   Turn turn;
+   std::string text;
+   unsigned price = 0;
+   if( !turn.withGil( [&] { return asKey( key, text ); } ) ||
+       ( value && !turn.withGil( [&] { return asPrice( value, price ); } ) ) ) {
+      return -1;
+   }
+   if( change( self, text, value, price ) ) {
+      return 0;
+   }
+   turn.gilIsBack();
+   missing( key );
+   return -1;
+}
+
 PyObject* next( PyObject* self ) {
    Walk* const walk = as< Walk >( self );
    Turn turn;
-   if( walk->at == priceOf( walk->owner ).end() ) {
+   std::string const* const at = priceOf( walk->owner ).step( walk->at );
+   if( !at ) {
       turn.gilIsBack();
       return nullptr;
    }
-   std::string const key = walk->at->first;
-   ++walk->at;
+   std::string const key = *at;
    turn.gilIsBack();
    return PyString_FromStringAndSize( key.data(), key.size() );
 }
@@ -107,13 +157,13 @@ PyObject* iterate( PyObject* self ) {
    if( walk ) {
       Py_INCREF( owner );
       as< Walk >( walk )->owner = owner;
-      new( &as< Walk >( walk )->at ) Price::const_iterator( begin );
+      new( &as< Walk >( walk )->at ) Prices::Position( begin );
    }
    return walk;
 }
 
-PyMappingMethods mapping[] = { { nullptr, subscript, nullptr },
-   { nullptr, subscriptSameTurns, nullptr } };
+PyMappingMethods mapping[] = { { nullptr, subscript, ass_subscript },
+   { nullptr, subscriptSameTurns, assSubscriptSameTurns } };
 PyTypeObject collectionType[] = {
    { PyVarObject_HEAD_INIT( nullptr, 0 ) "kel_floor_collection.Collection", sizeof( Collection ) },
    { PyVarObject_HEAD_INIT( nullptr, 0 ) "kel_floor_collection.SameTurnsCollection",
@@ -134,7 +184,7 @@ PyObject* price_get( PyObject* self, void* ) {
 PyObject* owner_new( PyTypeObject* type, PyObject*, PyObject* ) {
    PyObject* const self = type->tp_alloc( type, 0 );
    if( self ) {
-      as< Owner >( self )->price = new Price();
+      as< Owner >( self )->price = new Prices();
    }
    return self;
 }
@@ -149,9 +199,7 @@ PyObject* fill( PyObject* self, PyObject* args ) {
    if( !PyArg_ParseTuple( args, "i", &size ) ) {
       return nullptr;
    }
-   for( int i = 0; i < size; ++i ) {
-      priceOf( self )[std::to_string( i )] = i;
-   }
+   priceOf( self ).fill( size );
    Py_RETURN_NONE;
 }
 

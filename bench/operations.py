@@ -1,9 +1,4 @@
-"""The operations of _Kel beside a hand-written extension: one with a single turn of the two locks for
-each operation, and one that makes as many turns as _Kel does.
-
-A row is (title, how much longer a statement takes than a read, operations a statement, subjects), a
-subject (name, statement, names).
-"""
+"""The operations that are timed: of _Kel, of the floors, and of the peers that have such a thing."""
 
 import threading
 import time
@@ -12,75 +7,126 @@ import _Kel
 import acme
 import kel_deep
 import kel_floor
-import kel_floor_collection
+import kel_many_types
+import subjects
+from subjects import TEXT
+from timing import figure, turns
 
-TEXT = "a text of some length"
-SUBJECTS = ("kel", "floor", "same turns")
+KEYS = 10000
+CLASSES = 600
 
 
-def subjects(statement, *spaces):
-    """The three subjects; a statement for all, or one each."""
-    statements = statement if isinstance(statement, tuple) else (statement,) * 3
-    return list(zip(SUBJECTS, statements, spaces))
+class Row(object):
+    """A statement of _Kel, one of everybody else, and where each finds its names.
+
+    It makes `each` operations and takes about as long as `slower` reads of an attribute.
+    """
+
+    def __init__(self, title, statement, mine, theirs, kel_statement=None, slower=1, each=1, without=()):
+        self.title, self.statement, self.kel_statement = title, statement, kel_statement or statement
+        self.mine, self.theirs = mine, theirs
+        self.slower, self.each, self.without = slower, each, without
+
+    def subjects(self, others):
+        return [("kel", self.kel_statement, self.mine())] + [
+            (other.name, self.statement, self.theirs(other)) for other in others
+            if other.name not in self.without]
+
+    def measure(self, others, rounds, loops):
+        return turns(self.subjects(others), rounds, max(1, loops // self.slower), self.each)
+
+
+def badge():
+    return {"o": acme.Badge(TEXT, 1), "p": acme.Badge(TEXT, 1)}
+
+
+def item():
+    made = acme.Item("item", 1)
+    made.parent, made.color = acme.Item("parent", 1), "blue"
+    return {"o": made}
+
+
+def note():
+    thing = acme.Thing("thing")
+    thing.note = TEXT
+    return {"o": thing}
+
+
+def deep():
+    return {"o": _Kel.pyType(_Kel.typeNode("Bench::Deep<4>"))()}
+
+
+def points():
+    return {"a": acme.Point(x=1, y=2), "b": acme.Point(x=3, y=4)}
+
+
+def store(size):
+    made = acme.Store("bench")
+    made.price.update((str(i), i) for i in xrange(size))
+    return {"o": made, "c": made.price}
+
+
+def thing(other):
+    made = other.Thing(TEXT, 1)
+    # Reading it would make its wrapper; a plain class has none.
+    if getattr(made, "next", made) is None:
+        made.next = other.Thing(TEXT, 1)
+    return {"o": made, "p": other.Thing(TEXT, 1)}
+
+
+def owner(size):
+    def names(other):
+        made = other.Owner()
+        made.fill(size)
+        return {"o": made, "c": made.price}
+    return names
+
+
+def refused(statement):
+    return "try: %s\nexcept Exception: pass" % statement
 
 
 def attribute_rows():
-    badge = acme.Badge(TEXT, 1)
-    thing = acme.Thing("thing")
-    thing.note = TEXT
-    item = acme.Item("item", 1)
-    item.parent, item.color = item, "blue"
-    deep = _Kel.pyType(_Kel.typeNode("Bench::Deep<4>"))()
-    floor, same = kel_floor.Thing(), kel_floor.SameTurns()
-
-    def row(title, statement, mine, theirs=(floor, same)):
-        return title, 1, 1, subjects(statement, *[{"o": o} for o in (mine,) + theirs])
-
     return [
-        row("U32 read", "o.level", badge),
-        row("str read", "o.text", badge),
-        row("U32 write", "o.level = 5", badge),
-        row("str write", ("o.note = %r" % TEXT,) + ("o.text = %r" % TEXT,) * 2, thing),
-        row("enum read", "o.color", item),
-        row("pointer read and drop of its wrapper", ("o.parent", "o.next", "o.next"), item),
-        row("method of two ints", "o.add(1, 2)", item),
-        row("U32 read, class 4 deep", "o.level", deep, (kel_floor.Deep(), kel_floor.Deep())),
+        Row("U32 read", "o.level", badge, thing),
+        Row("str read", "o.text", badge, thing),
+        Row("U32 write", "o.level = 5", badge, thing),
+        Row("str write", "o.text = %r" % TEXT, note, thing, "o.note = %r" % TEXT),
+        Row("enum read", "o.color", item, thing),
+        Row("pointer read and drop of its wrapper", "o.next", item, thing, "o.parent"),
+        Row("method of two ints", "o.add(1, 2)", item, thing),
+        Row("construct and destroy, 2 arguments", "C(%r, 1)" % TEXT, lambda: {"C": acme.Badge},
+            lambda other: {"C": other.Thing}, slower=4),
+        Row("U32 read, class 4 deep", "o.level", deep, lambda other: {"o": other.Deep4()}),
     ]
-
-
-def construct_row():
-    return "construct and destroy, 2 arguments", 4, 1, subjects(
-        "C(%r, 1)" % TEXT, {"C": acme.Badge}, {"C": kel_floor.Thing}, {"C": kel_floor.SameTurns})
-
-
-def filled(size):
-    """A store and two floors with the keys '0' to 'size - 1'."""
-    store, floor, same = acme.Store("bench"), kel_floor_collection.Owner(), kel_floor_collection.SameTurns()
-    for i in xrange(size):
-        store.price[str(i)] = i
-    floor.fill(size)
-    same.fill(size)
-    return store, floor, same
 
 
 def collection_rows():
-    owners = filled(100)
     return [
-        ("obj.coll[key], str to U32", 1, 1,
-         subjects("o.price['50']", *[{"o": o} for o in owners])),
-        ("coll[key], collection held", 1, 1,
-         subjects("c['50']", *[{"c": o.price} for o in owners])),
+        Row("obj.coll[key], str to U32", "o.price['50']", lambda: store(100), owner(100)),
+        Row("coll[key], collection held", "c['50']", lambda: store(100), owner(100)),
+        Row("iterate, per key, 10^4", "for k in c: pass", lambda: store(KEYS), owner(KEYS),
+            slower=KEYS, each=KEYS),
     ]
 
 
-def iterate_row():
-    """One statement is a walk along 10^4 keys."""
-    owners = filled(10000)
-    return "iterate, per key, 10^4", 10000, 10000, subjects(
-        "for k in c: pass", *[{"c": o.price} for o in owners])
+def other_rows():
+    return [
+        Row("comparison of wrappers", "o == p", badge, thing),
+        Row("hash of a wrapper", "hash(o)", badge, thing),
+        Row("repr of a wrapper", "repr(o)", badge, thing, slower=4),
+        Row("sum of two values", "a + b", points,
+            lambda other: {"a": other.Point(1, 2), "b": other.Point(3, 4)}, slower=2),
+        Row("refused: a str for a U32", refused("o.level = 'five'"), badge, thing, slower=20,
+            without=("plain class",)),
+        Row("refused: -1 for a U32", refused("o.level = -1"), badge, thing, slower=20,
+            without=("plain class", "ctypes")),
+        Row("refused: a key that is not there", refused("c['none']"), lambda: store(100), owner(100),
+            slower=20),
+    ]
 
 
-def threads_row(rounds, loops):
+def two_threads(others, rounds, loops):
     """ns of wall time for each read while two threads read, each an object of its own."""
     def wall(make):
         objects = [make() for _ in range(2)]
@@ -98,13 +144,47 @@ def threads_row(rounds, loops):
             thread.join()
         return (time.time() - start) / (2 * 10 * loops) * 1e9
 
-    makers = zip(SUBJECTS, (lambda: acme.Badge(TEXT, 1), kel_floor.Thing, kel_floor.SameTurns))
-    runs = dict((name, []) for name in SUBJECTS)
+    makers = [("kel", lambda: acme.Badge(TEXT, 1))] + [(other.name, other.Thing) for other in others]
+    samples = dict((name, []) for name, _ in makers)
     for _ in range(rounds):
         for name, make in makers:
-            runs[name].append(wall(make))
-    return "U32 read, two Python threads", dict((name, (min(ns), max(ns))) for name, ns in runs.items())
+            samples[name].append(wall(make))
+    return dict((name, figure(ns)) for name, ns in samples.items())
+
+
+def plain_class():
+    """A class of 20 attributes, as far as a plain class declares any."""
+    return type("Made", (object,), {"__slots__": ["%s%d" % (c, i) for c in "ab" for i in range(10)]})
+
+
+def first_uses(classes=CLASSES, batch=20):
+    """ns of a class of 20 attributes. It is made once, so the subjects take turns batch by batch."""
+    kel_many_types.register(0, classes)
+    types = [_Kel.typeNode("Many::T%d" % i) for i in range(classes)]
+    _Kel.pyType(_Kel.typeNode("Kel::PtrInterface"))
+    samples = {"kel": [], "floor": [], "plain class": []}
+    for first in range(0, classes, batch):
+        start = time.time()
+        for kel_type in types[first:first + batch]:
+            _Kel.pyType(kel_type)
+        samples["kel"].append(time.time() - start)
+        for name, make in ("floor", kel_floor.newClass), ("plain class", plain_class):
+            start = time.time()
+            for _ in range(batch):
+                make()
+            samples[name].append(time.time() - start)
+    found = dict((name, figure(seconds / batch * 1e9 for seconds in samples[name])) for name in samples)
+    found["same turns"] = found["floor"]
+    return found
 
 
 def rows():
-    return attribute_rows() + [construct_row()] + collection_rows() + [iterate_row()]
+    return attribute_rows() + collection_rows() + other_rows()
+
+
+def measure(rounds, loops):
+    """(title, figure in ns by subject) of each operation."""
+    others = subjects.floors() + subjects.peers()
+    found = [(row.title, row.measure(others, rounds, loops)) for row in rows()]
+    found.append(("U32 read, two Python threads", two_threads(others, rounds, max(1, loops // 4))))
+    return found

@@ -122,6 +122,25 @@ install_python27() {
    return 1
 }
 
+# Unpacks the pybind11 of Debian 11, the last for Python 2.7, into build/peers; it is installed nowhere, and
+# apt is left as it was.
+unpack_pybind11() {
+   local folder=$root/build/peers added=no status=0
+   [ -e "$folder/usr/include/pybind11/pybind11.h" ] && return
+   can_install || return 1
+   update_apt_once || return 1
+   if [ ! -e $bullseye_source ]; then
+      added=yes
+      add_bullseye "$( debian_mirror )" || status=1
+   fi
+   mkdir -p "$folder"
+   say "unpacking pybind11 of Debian 11"
+   ( cd "$folder" && apt-get download pybind11-dev/bullseye && dpkg -x pybind11-dev_*.deb . ) \
+      >> "$root/build/setup.log" 2>&1 || status=1
+   [ $added = no ] || as_root rm -f $bullseye_source $bullseye_pin
+   return $status
+}
+
 # Sets `python27` to the interpreter of the project. In this order: $PYTHON27, one on the path, that of
 # Debian 11, one of pyenv. The choice is kept in build/python27.
 find_python27() {
