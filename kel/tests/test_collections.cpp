@@ -50,18 +50,18 @@ TEST_F( Collection, with_external_keys_is_read_written_and_deleted_by_key ) {
 }
 
 TEST_F( Collection, finds_no_member_that_was_found_before_and_has_gone ) {
-   KelAttr stock = attr( box, "stock" );
-   fillStock( { "a", "b" } );
-   EXPECT_TRUE( stock.genericIfExist( box, text( "a" ) ) );
-   stock.genericIfDel( box, text( "a" ) );
-   EXPECT_FALSE( stock.genericIfExist( box, text( "a" ) ) );
-   EXPECT_TRUE( stock.genericIfExist( box, text( "b" ) ) );
-   object().stock.set( "a", 7 );
-   EXPECT_EQ( as< U32 >( stock.genericIfGet( box, text( "a" ) ) ), 7u );
-   object().stock = {};
-   EXPECT_FALSE( stock.genericIfExist( box, text( "a" ) ) );
-   fillStock( { "c" } );
-   EXPECT_FALSE( stock.genericIfExist( box, text( "a" ) ) );
+   Map< U32, U32 > map;
+   map.set( 1, 10 );
+   map.set( 2, 20 );
+   EXPECT_TRUE( map.exist( 1 ) );
+   map.del( 1 );
+   EXPECT_FALSE( map.exist( 1 ) );
+   map.set( 1, 11 );
+   EXPECT_EQ( *map.find( 1 ), 11u );
+   EXPECT_TRUE( map.exist( 2 ) );
+   map = {};
+   map.set( 3, 30 );
+   EXPECT_FALSE( map.exist( 2 ) );
 }
 
 TEST_F( Collection, that_instantiates_makes_its_members_under_their_own_key ) {
