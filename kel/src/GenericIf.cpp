@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include <kel/Assert.h>
 #include <kel/Exception.h>
 #include <kel/KelAttr.h>
 #include <kel/Notifiee.h>
@@ -52,17 +53,17 @@ void* GenericIf::baseAddress( KelTypeBase type ) const noexcept {
 
 namespace {
 
-// A view of a counted object, as its dynamic type.
+// A view of a counted object, as its dynamic type, on which it holds a reference. The object begins
+// with its PtrInterface, so one address serves for both.
 class ObjectGeneric final : public GenericIf {
  public:
-   ObjectGeneric( KelType type, PtrInterface* object, bool isConst )
-      : GenericIf( type, type.impl().ptr->fromPtrInterface( object ), isConst, Kind::object ),
-        object_( object ) {}
+   ObjectGeneric( KelType type, Ptr< PtrInterface > object, bool isConst )
+      : GenericIf( type, object.release(), isConst, Kind::object ) {}
+   ~ObjectGeneric() override { Ptr< PtrInterface >::adopt( ptrInterface() ); }
 
-   PtrInterface* ptrInterface() const noexcept override { return object_.get(); }
-
- private:
-   Ptr< PtrInterface > object_;
+   PtrInterface* ptrInterface() const noexcept override {
+      return const_cast< PtrInterface* >( attrValPtr< PtrInterface >() );
+   }
 };
 
 } // namespace
@@ -71,7 +72,9 @@ Ptr< GenericIf > KelType::genericIf( PtrInterface* object, bool isConst ) {
    if( !object ) {
       return nullptr;
    }
-   return new ObjectGeneric( object->fwkType(), object, isConst );
+   KelType const type = object->fwkType();
+   KEL_ASSERT( type.impl().ptr->fromPtrInterface( object ) == object );
+   return new ObjectGeneric( type, object, isConst );
 }
 
 namespace {

@@ -41,13 +41,6 @@ void attachBacktrace( PyObject* instance, Kel::Exception const& exc ) {
    }
 }
 
-// One row of the translation: asserts that no error is pending before it sets one.
-void raise(
-   PyObject* cls, Kel::Exception const& exc, char const* prefix, PyObject* args = nullptr ) {
-   KEL_ASSERT( !PyErr_Occurred() );
-   PyErr_SetBacktrace( cls, exc, prefix, args );
-}
-
 void raiseErrno( Kel::ErrnoException const& exc, char const* prefix ) {
    KEL_ASSERT( !PyErr_Occurred() );
    PyRef const args = PyRef::steal( Py_BuildValue(
@@ -55,38 +48,46 @@ void raiseErrno( Kel::ErrnoException const& exc, char const* prefix ) {
    PyErr_SetBacktrace( PyExc_OSError, exc, prefix, args.get() );
 }
 
-// A derived class stands before its base.
-void raiseKelException( char const* prefix ) {
-   try {
-      throw;
-   } catch( Kel::NoTypeNodeException const& exc ) {
-      raise( PyExc_TypeError, exc, prefix );
-   } catch( Kel::TypeException const& exc ) {
-      raise( PyExc_TypeError, exc, prefix );
-   } catch( Kel::IllegalNameException const& exc ) {
-      raise( PyExc_NameError, exc, prefix );
-   } catch( Kel::NameInUseException const& exc ) {
-      raise( PyExc_NameError, exc, prefix );
-   } catch( Kel::ConstException const& exc ) {
-      raise( PyExc_AttributeError, exc, prefix );
-   } catch( Kel::NondeletableAttrException const& exc ) {
-      raise( PyExc_AttributeError, exc, prefix );
-   } catch( Kel::NoImplementationException const& exc ) {
-      raise( PyExc_NotImplementedError, exc, prefix );
-   } catch( Kel::RpcException const& exc ) {
-      raise( PyExc_RuntimeError, exc, prefix );
-   } catch( Kel::RangeException const& exc ) {
-      raise( PyExc_IndexError, exc, prefix );
-   } catch( Kel::ErrnoException const& exc ) {
-      raiseErrno( exc, prefix );
-   } catch( Kel::MemoryException const& exc ) {
-      raise( PyExc_MemoryError, exc, prefix );
-   } catch( Kel::InternalException const& exc ) {
-      raise( PyExc_SystemError, exc, prefix );
-   } catch( Kel::OpNotSupportedException const& exc ) {
-      raise( PyExc_NotImplementedError, exc, prefix );
-   } catch( Kel::Exception const& exc ) {
-      raise( PyExc_Exception, exc, prefix );
+// What a runtime exception becomes in Python.
+struct Translation {
+   bool ( *matches )( Kel::Exception const* exc );
+   PyObject** cls;
+};
+
+template< class E >
+constexpr Translation to( PyObject*& cls ) {
+   return { []( Kel::Exception const* exc ) { return dynamic_cast< E const* >( exc ) != nullptr; },
+      &cls };
+}
+
+// The first match counts: a derived class stands before its base.
+Translation const translations[] = {
+   to< Kel::NoTypeNodeException >( PyExc_TypeError ),
+   to< Kel::TypeException >( PyExc_TypeError ),
+   to< Kel::IllegalNameException >( PyExc_NameError ),
+   to< Kel::NameInUseException >( PyExc_NameError ),
+   to< Kel::ConstException >( PyExc_AttributeError ),
+   to< Kel::NondeletableAttrException >( PyExc_AttributeError ),
+   to< Kel::NoImplementationException >( PyExc_NotImplementedError ),
+   to< Kel::RpcException >( PyExc_RuntimeError ),
+   to< Kel::RangeException >( PyExc_IndexError ),
+   to< Kel::ErrnoException >( PyExc_OSError ),
+   to< Kel::MemoryException >( PyExc_MemoryError ),
+   to< Kel::InternalException >( PyExc_SystemError ),
+   to< Kel::OpNotSupportedException >( PyExc_NotImplementedError ),
+   to< Kel::Exception >( PyExc_Exception ),
+};
+
+void raiseKelException( Kel::Exception const& exc, char const* prefix ) {
+   auto const* row = translations;
+   while( !row->matches( &exc ) ) {
+      ++row;
+   }
+   if( *row->cls == PyExc_OSError ) {
+      raiseErrno( static_cast< Kel::ErrnoException const& >( exc ), prefix );
+   } else {
+      KEL_ASSERT( !PyErr_Occurred() );
+      PyErr_SetBacktrace( *row->cls, exc, prefix, nullptr );
    }
 }
 
@@ -98,6 +99,14 @@ void raiseUnknown( char const* prefix ) {
    char const* const mangled = ti->name();
    PyErr_Format( PyExc_Exception, "%sunknown C++ exception of type '%s'", prefix,
       Kel::demangle( *mangled == '*' ? mangled + 1 : mangled ).charPtr() );
+}
+
+Kel::String subjectAndPrefix( Kel::KelType type, char const* prefix ) {
+   return Kel::_fmt( "%s: %s", type.fullTypeName(), prefix );
+}
+
+Kel::String subjectAndPrefix( Kel::KelAttr attr, char const* prefix ) {
+   return Kel::_fmt( "%s.%s: %s", attr.scope().fullTypeName(), attr.name(), prefix );
 }
 
 } // namespace
@@ -117,8 +126,8 @@ void Kel::translateCppExceptionToPython( char const* prefix ) noexcept {
    GilAnchor const gil;
    try {
       throw;
-   } catch( Kel::Exception const& ) {
-      raiseKelException( prefix );
+   } catch( Kel::Exception const& exc ) {
+      raiseKelException( exc, prefix );
    } catch( PythonException const& ) {
       KEL_ASSERT( PyErr_Occurred() );
    } catch( std::exception const& exc ) {
@@ -129,11 +138,25 @@ void Kel::translateCppExceptionToPython( char const* prefix ) noexcept {
    }
 }
 
+void Kel::translateCppExceptionToPython( Exception const& exc, char const* prefix ) noexcept {
+   GilAnchor const gil;
+   raiseKelException( exc, prefix );
+}
+
 void Kel::translateCppExceptionToPython( KelType type, char const* prefix ) noexcept {
-   translateCppExceptionToPython( _fmt( "%s: %s", type.fullTypeName(), prefix ).charPtr() );
+   translateCppExceptionToPython( subjectAndPrefix( type, prefix ).charPtr() );
+}
+
+void Kel::translateCppExceptionToPython(
+   Exception const& exc, KelType type, char const* prefix ) noexcept {
+   translateCppExceptionToPython( exc, subjectAndPrefix( type, prefix ).charPtr() );
 }
 
 void Kel::translateCppExceptionToPython( KelAttr attr, char const* prefix ) noexcept {
-   translateCppExceptionToPython(
-      _fmt( "%s.%s: %s", attr.scope().fullTypeName(), attr.name(), prefix ).charPtr() );
+   translateCppExceptionToPython( subjectAndPrefix( attr, prefix ).charPtr() );
+}
+
+void Kel::translateCppExceptionToPython(
+   Exception const& exc, KelAttr attr, char const* prefix ) noexcept {
+   translateCppExceptionToPython( exc, subjectAndPrefix( attr, prefix ).charPtr() );
 }

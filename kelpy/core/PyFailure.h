@@ -17,14 +17,20 @@ class KELPY_API PythonException : public std::exception {};
 
 namespace Kel {
 
-// All three: called from a handler, they turn the exception being handled into a pending Python
-// error, whose message starts with the prefix, the stage that failed. They take the GIL for
-// themselves. A PythonException leaves the pending error as it stands.
+// All: called from a handler, they turn the exception being handled into a pending Python error,
+// whose message starts with the prefix, the stage that failed. They take the GIL for themselves. A
+// PythonException leaves the pending error as it stands. The forms with `exc`, for a handler that
+// has caught that sort already, need not throw it again to see what it is.
 KELPY_API void translateCppExceptionToPython( char const* prefix ) noexcept;
+KELPY_API void translateCppExceptionToPython( Exception const& exc, char const* prefix ) noexcept;
 // The message starts with the full name of the type, then the prefix.
 KELPY_API void translateCppExceptionToPython( KelType type, char const* prefix ) noexcept;
+KELPY_API void translateCppExceptionToPython(
+   Exception const& exc, KelType type, char const* prefix ) noexcept;
 // The message starts with type and name of the attribute, then the prefix.
 KELPY_API void translateCppExceptionToPython( KelAttr attr, char const* prefix ) noexcept;
+KELPY_API void translateCppExceptionToPython(
+   Exception const& exc, KelAttr attr, char const* prefix ) noexcept;
 
 } // namespace Kel
 

@@ -25,11 +25,12 @@ class Stage {
    void is( char const* prefix ) noexcept { prefix_ = prefix; }
 
    // In a handler only: raises the exception being handled in Python.
-   void translate() const noexcept {
+   template< class... Caught >
+   void translate( Caught const&... exc ) const noexcept {
       if constexpr( std::is_same_v< Subject, NoSubject > ) {
-         Kel::translateCppExceptionToPython( prefix_ );
+         Kel::translateCppExceptionToPython( exc..., prefix_ );
       } else {
-         Kel::translateCppExceptionToPython( subject_, prefix_ );
+         Kel::translateCppExceptionToPython( exc..., subject_, prefix_ );
       }
    }
 
@@ -45,6 +46,9 @@ template< class Subject, class Result, class Body >
    Stage< Subject > const& stage, Result failure, Body&& body ) noexcept {
    try {
       return body();
+   } catch( Kel::Exception const& exc ) {
+      stage.translate( exc );
+      return failure;
    } catch( ... ) {
       stage.translate();
       return failure;
@@ -61,9 +65,13 @@ template< class Subject, class Result, class Body >
       Kel::PyLockAnchor locks( flags );
       try {
          return body( locks );
+      } catch( Kel::Exception const& exc ) {
+         stage.translate( exc );
       } catch( ... ) {
          stage.translate();
       }
+   } catch( Kel::Exception const& exc ) {
+      stage.translate( exc );
    } catch( ... ) {
       stage.translate();
    }
