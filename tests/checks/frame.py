@@ -4,11 +4,13 @@ A check is a module check_NAME.py of this folder with
 
     NAME        as in ./dev check NAME
     PASS        the figure that it has to reach, in words
-    SECONDS     about how long each form takes on two cores once its builds stand: {"short": .., "long": ..}
+    SECONDS     about how long each form takes on two cores once its builds stand:
+                {"short": .., "long": ..}
     run(form)       of "short" or "long": the Result
     planted(form)   the same with one fault planted: the Result is passed if the fault was caught
 
-and a docstring whose first line says what it proves. LONG_ONLY = True keeps it out of the short run.
+and a docstring whose first line says what it proves. LONG_ONLY = True keeps it out of the short
+run.
 """
 
 import os
