@@ -1,13 +1,16 @@
 // Registers runtime types by the hundred, so that making their classes can be timed: a class is
 // made once a process. register( first, count ) adds pointer types "Many::T<first>" and on, each
-// with 20 attributes of type U32. The records live for ever, as the runtime asks.
+// with 20 attributes of type U32, of which the first is static and can be read. The records live
+// for ever, as the runtime asks.
 #include <Python.h>
 
+#include <array>
 #include <string>
 #include <vector>
 
 #include <kel/KelModule.h>
 #include <kel/Ptr.h>
+#include <kel/Schema.h>
 #include <kel/TypeImpl.h>
 
 namespace {
@@ -30,6 +33,20 @@ std::uint32_t add( std::string& pool, std::string const& name ) {
    return at;
 }
 
+int readOne( Kel::AttrCall& call ) {
+   if( call.op != Kel::GenericIf::AttributeOp::get ) {
+      return Kel::attrOpNotApplicable;
+   }
+   call.result = Kel::Schema::toGeneric< Kel::U32 >( Kel::U32( 1 ) );
+   return Kel::attrOpDone;
+}
+
+constexpr auto attrOps = [] {
+   std::array< Kel::TypeImpl::AttrOpFn, attrsOfType > ops{};
+   ops.fill( readOne );
+   return ops;
+}();
+
 void addType( Unit& unit, int number ) {
    constexpr std::int16_t u32 = ~static_cast< std::int16_t >( Kel::Impl::coreTypeOfBuiltin + 5 );
    constexpr auto flags =
@@ -37,12 +54,15 @@ void addType( Unit& unit, int number ) {
    auto first = static_cast< std::uint16_t >( unit.attrs.size() );
    for( int i = 0; i < attrsOfType; ++i ) {
       std::string name = std::string( i < 10 ? "a" : "b" ) + std::to_string( i % 10 );
-      unit.attrs.push_back( Kel::AttrRow::make(
-         Kel::attrId( name.c_str() ), flags, add( unit.attrNames, name ), u32, ~0, 0, 0 ) );
+      unit.attrs.push_back( Kel::AttrRow::make( Kel::attrId( name.c_str() ),
+         i == 0 ? flags | Kel::attrBit( Kel::AttrFlag::isStatic ) : flags,
+         add( unit.attrNames, name ), u32, ~0, 0, 0 ) );
    }
    auto name = add( unit.typeNames, "Many::T" + std::to_string( number ) );
    unit.types.push_back( Kel::TypeRow::make( 0, name, 16, 8, ~0, 0, first, attrsOfType ) );
-   unit.impls.push_back( Kel::TypeImpl() );
+   Kel::TypeImpl impl{};
+   impl.attrOps = attrOps.data();
+   unit.impls.push_back( impl );
 }
 
 constexpr Kel::ArgRow noArgs[1] = {};

@@ -2,6 +2,7 @@
 // reactions: within the caller's thread, or on a thread that Python never saw.
 #include <Python.h>
 
+#include <atomic>
 #include <ctime>
 #include <string>
 #include <thread>
@@ -138,12 +139,42 @@ PyObject* joinBeats( PyObject*, PyObject* ) {
    return list;
 }
 
+std::thread busy;
+std::atomic< bool > busyEnds;
+
+// A thread that changes the item all the time, until it is stopped.
+PyObject* startBusy( PyObject*, PyObject* args ) {
+   char const* name;
+   if( !PyArg_ParseTuple( args, "s:startBusy", &name ) ) {
+      return nullptr;
+   }
+   busyEnds = false;
+   busy = std::thread( [name = std::string( name )] {
+      while( !busyEnds ) {
+         Kel::LockAnchor const locked( Kel::activityLock() );
+         change( *itemOf( name.c_str() ) );
+      }
+   } );
+   Py_RETURN_NONE;
+}
+
+PyObject* stopBusy( PyObject*, PyObject* ) {
+   {
+      GilReleased const gil;
+      busyEnds = true;
+      busy.join();
+   }
+   Py_RETURN_NONE;
+}
+
 PyMethodDef functions[] = {
    { "now", now, METH_NOARGS, "Nanoseconds of the monotonic clock." },
    { "changes", changes, METH_VARARGS, "changes( name, count )" },
    { "nativeDelivery", nativeDelivery, METH_VARARGS, "nativeDelivery( name, count )" },
    { "startBeats", startBeats, METH_VARARGS, "startBeats( name, count, pause )" },
    { "joinBeats", joinBeats, METH_NOARGS, "joinBeats()" },
+   { "startBusy", startBusy, METH_VARARGS, "startBusy( name )" },
+   { "stopBusy", stopBusy, METH_NOARGS, "stopBusy()" },
    { nullptr, nullptr, 0, nullptr },
 };
 

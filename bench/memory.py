@@ -82,7 +82,8 @@ def child(function, name, count):
 
 
 def median(samples):
-    return sorted(samples)[len(samples) // 2]
+    samples = sorted(samples)
+    return samples[len(samples) // 2]
 
 
 def imported_class(name):
@@ -93,7 +94,7 @@ def imported_class(name):
             for i, of in enumerate((median, min))]
 
 
-def measure(names, wrappers=WRAPPERS, classes=CLASSES):
+def measure(names):
     """By subject: bytes of a class, ns of its first use where it is imported, bytes of a wrapper."""
     found = {"class": {}, "first use": {}, "wrapper": {}}
     for name in names:
@@ -101,9 +102,9 @@ def measure(names, wrappers=WRAPPERS, classes=CLASSES):
             found["class"][name], seconds = imported_class(name)
             found["first use"][name] = seconds * 1e9
         elif name in ("kel", "floor", "plain class"):
-            found["class"][name] = child("make_classes", name, classes)
+            found["class"][name] = child("make_classes", name, CLASSES)
         if name not in ("same turns", "plain class"):
-            found["wrapper"][name] = child("make_wrappers", name, wrappers)
+            found["wrapper"][name] = child("make_wrappers", name, WRAPPERS)
     for row in "class", "wrapper":
         found[row]["same turns"] = found[row]["floor"]
     return found

@@ -10,7 +10,7 @@ import kel_floor
 import kel_many_types
 import subjects
 from subjects import TEXT
-from timing import figure, turns
+from timing import figure, samples
 
 KEYS = 10000
 CLASSES = 600
@@ -32,8 +32,11 @@ class Row(object):
             (other.name, self.statement, self.theirs(other)) for other in others
             if other.name not in self.without]
 
+    def samples(self, others, rounds, loops):
+        return samples(self.subjects(others), rounds, max(1, loops // self.slower), self.each)
+
     def measure(self, others, rounds, loops):
-        return turns(self.subjects(others), rounds, max(1, loops // self.slower), self.each)
+        return dict((name, figure(ns)) for name, ns in self.samples(others, rounds, loops).items())
 
 
 def badge():
@@ -145,11 +148,11 @@ def two_threads(others, rounds, loops):
         return (time.time() - start) / (2 * 10 * loops) * 1e9
 
     makers = [("kel", lambda: acme.Badge(TEXT, 1))] + [(other.name, other.Thing) for other in others]
-    samples = dict((name, []) for name, _ in makers)
+    walls = dict((name, []) for name, _ in makers)
     for _ in range(rounds):
         for name, make in makers:
-            samples[name].append(wall(make))
-    return dict((name, figure(ns)) for name, ns in samples.items())
+            walls[name].append(wall(make))
+    return dict((name, figure(ns)) for name, ns in walls.items())
 
 
 def plain_class():
@@ -157,23 +160,23 @@ def plain_class():
     return type("Made", (object,), {"__slots__": ["%s%d" % (c, i) for c in "ab" for i in range(10)]})
 
 
-def first_uses(classes=CLASSES, batch=20):
+def first_uses(batch=20):
     """ns of a class of 20 attributes. It is made once, so the subjects take turns batch by batch."""
-    kel_many_types.register(0, classes)
-    types = [_Kel.typeNode("Many::T%d" % i) for i in range(classes)]
+    kel_many_types.register(0, CLASSES)
+    types = [_Kel.typeNode("Many::T%d" % i) for i in range(CLASSES)]
     _Kel.pyType(_Kel.typeNode("Kel::PtrInterface"))
-    samples = {"kel": [], "floor": [], "plain class": []}
-    for first in range(0, classes, batch):
+    seconds = {"kel": [], "floor": [], "plain class": []}
+    for first in range(0, CLASSES, batch):
         start = time.time()
         for kel_type in types[first:first + batch]:
             _Kel.pyType(kel_type)
-        samples["kel"].append(time.time() - start)
+        seconds["kel"].append(time.time() - start)
         for name, make in ("floor", kel_floor.newClass), ("plain class", plain_class):
             start = time.time()
             for _ in range(batch):
                 make()
-            samples[name].append(time.time() - start)
-    found = dict((name, figure(seconds / batch * 1e9 for seconds in samples[name])) for name in samples)
+            seconds[name].append(time.time() - start)
+    found = dict((name, figure(each / batch * 1e9 for each in seconds[name])) for name in seconds)
     found["same turns"] = found["floor"]
     return found
 

@@ -12,8 +12,8 @@ from kel_reactions import changes, joinBeats, nativeDelivery, now, startBeats
 
 BEATS, PAUSE = 2000, 300  # changes for a latency, and the microseconds between them
 BATCH = 100000
-NOTIFIEES = (10, 1000, 10000)
-TIMERS = (10, 1000, 100000)
+NOTIFIEES = (1, 10, 100, 1000, 10000)
+TIMERS = (10, 100, 1000, 10000, 100000)
 ARMINGS = 20000
 NAME = "bench"
 FAR = 1e9
@@ -190,5 +190,5 @@ def report(figures, out=sys.stdout):
             ("notifiees of one object", "notifiees", ("make", "tell", "drop")),
             ("timers that wait", "timers", ("arm", "arm and fire"))):
         out.write("%-28s%s\n" % (title, "".join("%20s" % ("ns to " + name) for name in columns)))
-        for count in sorted(figures[row]):
-            out.write("%28d%s\n" % (count, "".join("%20.0f" % figures[row][count][name] for name in columns)))
+        for count in sorted(figures[row], key=int):
+            out.write("%28s%s\n" % (count, "".join("%20.0f" % figures[row][count][name] for name in columns)))

@@ -51,11 +51,9 @@ def figures(rounds=5):
             "evals a second": dict((clients, max(rates[clients])) for clients in CLIENTS)}
 
 
-def report():
-    found = figures()
+def report(found):
     print "round trip over a unix socket: eval %.1f us, bare ping-pong %.1f us, ratio %.2f" % (
         found["eval us"], found["ping us"], found["eval to ping"])
     for clients in CLIENTS:
         print "%d client%s: %.0f commands a second" % (
-            clients, "s"[clients == 1:], found["evals a second"][clients])
-    return found
+            clients, "s"[clients == 1:], found["evals a second"][str(clients)])

@@ -5,15 +5,28 @@ import argparse
 import json
 import os
 import platform
+import sys
 
+import advice
+import idle
 import memory
 import operations
+import page
 import reactions
 import round_trips
 import scale
 import subjects
 from subjects import NAMES, TITLES
 
+# So small that figures mean nothing: whether all of it works.
+QUICK = {
+    operations: {"CLASSES": 40, "KEYS": 20},
+    memory: {"ROUNDS": 1, "WRAPPERS": 500, "CLASSES": 20},
+    idle: {"THREADS": (1, 3), "PASSES": 1},
+    scale: {"SIZES": (10, 20), "TYPES": (10, 20), "DEPTHS": (1, 2), "TOUCHED": 50},
+    reactions: {"BEATS": 110, "PAUSE": 1, "BATCH": 200, "NOTIFIEES": (1, 2), "TIMERS": (1, 2), "ARMINGS": 20},
+    round_trips: {"TRIPS": 16},
+}
 
 def processor():
     with open("/proc/cpuinfo") as lines:
@@ -37,9 +50,9 @@ def row(title, unit, figures):
 def rows(options):
     """All that is compared with the floor."""
     found = [row(title, "ns", figures) for title, figures in operations.measure(options.rounds, options.loops)]
-    first_uses = operations.first_uses(options.classes)
+    first_uses = operations.first_uses()
     names = [name for name in NAMES if name not in subjects.missing()]
-    taken = memory.measure(names, options.wrappers, options.classes)
+    taken = memory.measure(names)
     first_uses.update((name, {"least": ns}) for name, ns in taken["first use"].items())
 
     def scaled(figures, factor):
@@ -55,16 +68,17 @@ def rows(options):
         row("memory of a wrapper beside its object", "bytes", bare(taken["wrapper"], 1))]
 
 
-def cell(figures, name):
-    """A figure with its ratio to the floor."""
-    if name not in figures:
-        return "-"
-    value, floor = figures[name]["least"], figures["floor"]["least"]
-    text = "%.1f" % value if value < 100 else "%.0f" % value
-    return text if name == "floor" else "%s (%.2f)" % (text, value / floor)
+def measure(options):
+    rounds, loops = options.rounds, options.loops
+    return {
+        "machine": machine(options), "missing": subjects.missing(), "rows": rows(options),
+        "idle threads": idle.measure(rounds, max(1, loops // 5)), "members": scale.members(options.few),
+        "types": scale.types(options.few), "depths": scale.depths(rounds, max(1, loops // 5)),
+        "advice": advice.measure(rounds, loops), "reactions": reactions.measure(options.few),
+        "round trips": round_trips.figures(options.few)}
 
 
-def report(figures):
+def report_rows(figures):
     print "%s, %d processors, Python %s, %s; behind each figure its ratio to the floor" % (
         figures["machine"]["processor"], figures["machine"]["processors"],
         figures["machine"]["versions"]["Python"], figures["machine"]["versions"]["compiler"])
@@ -74,30 +88,73 @@ def report(figures):
     print "%-46s" % "" + "".join("%16s" % TITLES[name] for name in names)
     for each in figures["rows"]:
         print "%-46s" % ("%s, %s" % (each["title"], each["unit"])) + "".join(
-            "%16s" % cell(each["figures"], name) for name in names)
+            "%16s" % page.cell(each["figures"], name, "-") for name in names)
 
 
-def main():
+def report_curves(entries, along):
+    points = sorted(entries[0]["curves"]["kel"], key=int)
+    print "\n%-60s" % along + "".join("%10s" % point for point in points)
+    for entry in entries:
+        for name in sorted(entry["curves"], key=lambda name: (name != "kel", name)):
+            print "%-60s" % ("%s, %s, %s" % (entry["title"], entry["unit"], TITLES.get(name, name))) + "".join(
+                "%10.0f" % entry["curves"][name][point]["least"] for point in points)
+
+
+def report_advice(entries):
+    print "\n%-60s%10s%10s" % ("ns, in one way and a quicker one", "", "")
+    for entry in entries:
+        print "%-60s" % entry["title"] + "".join(
+            "%10.0f" % entry["figures"][name][entry["shown"]] for name in ("before", "after"))
+
+
+def report(figures):
+    report_rows(figures)
+    report_curves(figures["idle threads"], "other threads alive")
+    report_curves(figures["members"], "members of a collection")
+    report_curves(figures["types"], "types")
+    report_curves(figures["depths"], "depth of inheritance")
+    report_advice(figures["advice"])
+    print
+    reactions.report(figures["reactions"])
+    print
+    round_trips.report(figures["round trips"])
+
+
+def parsed():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--rounds", type=int, default=15)
     parser.add_argument("--loops", type=int, default=5000, help="turns of a loop of twenty reads, a round")
     parser.add_argument("--json", help="write the figures to this file as well")
+    parser.add_argument("--docs", action="store_true",
+                        help="write docs/performance.json, its charts and the tables of docs/performance.md")
+    parser.add_argument("--quick", action="store_true", help="whether all works; the figures mean nothing")
     options = parser.parse_args()
-    options.classes, options.wrappers = memory.CLASSES, memory.WRAPPERS
-    figures = {"machine": machine(options), "missing": subjects.missing(), "rows": rows(options)}
+    options.few = min(5, options.rounds)
+    if options.quick:
+        options.rounds, options.loops, options.few = 2, 5, 1
+        for module, values in QUICK.items():
+            module.__dict__.update(values)
+    return options
+
+
+def write(figures, path):
+    with open(path, "w") as out:
+        json.dump(figures, out, indent=1, sort_keys=True, separators=(",", ": "))
+        out.write("\n")
+
+
+def main():
+    options = parsed()
+    # With texts for keys and no more digits than are worth something, as the file has them.
+    figures = json.loads(json.dumps(measure(options)), parse_float=lambda text: float("%.4g" % float(text)))
     report(figures)
-    print
-    scale.report()
-    print
-    figures["reactions"] = reactions.measure(5)
-    reactions.report(figures["reactions"])
-    print
-    figures["round trips"] = round_trips.report()
     if options.json:
-        with open(options.json, "w") as out:
-            json.dump(figures, out, indent=1, sort_keys=True, separators=(",", ": "))
-            out.write("\n")
+        write(figures, options.json)
+    if options.docs:
+        write(figures, os.path.join(page.DOCS, "performance.json"))
+        return page.main([])
+    return 0
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

@@ -24,22 +24,23 @@ def figure(samples):
             "high": samples[last - last // 4]}
 
 
-def turns(subjects, rounds, loops, each=1):
-    """A figure in ns for each (name, statement, names): one operation, the empty loop taken off.
+def samples(subjects, rounds, loops, each=1):
+    """The ns of one operation in each round, for each (name, statement, names), the empty loop taken off.
 
     A statement makes `each` operations.
     """
     runs = [(name, timed(statement, names)) for name, statement, names in subjects]
     empty = timed("pass", {})
-    samples = dict((name, []) for name, _ in runs)
+    seconds = dict((name, []) for name, _ in runs)
     bare = []
     for _ in range(rounds):
         bare.append(empty(loops))
         for name, run in runs:
-            samples[name].append(run(loops))
+            seconds[name].append(run(loops))
     scale = 1e9 / (loops * UNROLLED * each)
-    return dict((name, figure((seconds - min(bare)) * scale for seconds in samples[name])) for name, _ in runs)
+    return dict((name, [(each - min(bare)) * scale for each in seconds[name]]) for name, _ in runs)
 
 
-def least(figures, name):
-    return figures[name]["least"]
+def turns(*arguments):
+    """The figures of such samples."""
+    return dict((name, figure(ns)) for name, ns in samples(*arguments).items())
