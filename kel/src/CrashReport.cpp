@@ -40,6 +40,8 @@ constexpr int maxFrames = 64;
 // The thread that writes a report, 0 when none does, and the signal that it will die by.
 constinit std::atomic< pid_t > reporter{ 0 };
 constinit std::atomic< int > reportedSignal{ 0 };
+// How often a report went on behind a step that faulted or hung.
+constinit std::atomic< int > resumed{ 0 };
 // The thread whose assertion is reported and whose SIGABRT is under way.
 constinit std::atomic< pid_t > assertionReporter{ 0 };
 
@@ -55,8 +57,59 @@ constinit std::atomic< pid_t > assertionReporter{ 0 };
    _exit( 128 + number );
 }
 
-// One report at a time. Other threads wait for the process to end, but not for a report that hangs;
-// a fault inside of a report ends the process at once.
+// Behind a step of the report that faults or hangs: the hook may have more to tell, once.
+[[noreturn]] void endReport() {
+   if( resumed++ == 0 && printBacktraceFn ) {
+      printBacktraceFn( STDERR_FILENO );
+   }
+   dieBySignal( reportedSignal );
+}
+
+void onDeadline( int ) {
+   endReport();
+}
+
+// Ends a report that hangs, say for a lock of the C library that this thread held as it crashed. By
+// SIGALRM to this thread, whose handler the process does not need any more.
+class Deadline {
+ public:
+   Deadline() {
+      struct sigaction action = {};
+      action.sa_handler = onDeadline;
+      action.sa_flags = SA_ONSTACK | SA_NODEFER;
+      sigaction( SIGALRM, &action, &action_ );
+      sigset_t set;
+      sigemptyset( &set );
+      sigaddset( &set, SIGALRM );
+      pthread_sigmask( SIG_UNBLOCK, &set, &mask_ );
+      sigevent event = {};
+      event.sigev_notify = SIGEV_THREAD_ID;
+      event.sigev_signo = SIGALRM;
+      event._sigev_un._tid = ::gettid();
+      isSet_ = timer_create( CLOCK_MONOTONIC, &event, &timer_ ) == 0;
+      if( isSet_ ) {
+         constexpr itimerspec times = { .it_interval = { 0, 500'000'000 }, .it_value = { 1, 0 } };
+         timer_settime( timer_, 0, &times, nullptr );
+      }
+   }
+   Deadline( Deadline const& ) = delete;
+   Deadline& operator=( Deadline const& ) = delete;
+   ~Deadline() {
+      if( isSet_ ) {
+         timer_delete( timer_ );
+      }
+      pthread_sigmask( SIG_SETMASK, &mask_, nullptr );
+      sigaction( SIGALRM, &action_, nullptr );
+   }
+
+ private:
+   struct sigaction action_ = {};
+   sigset_t mask_ = {};
+   timer_t timer_ = {};
+   bool isSet_ = false;
+};
+
+// One report at a time. Other threads wait for the process to end, but not for a report that hangs.
 void enterReport( int number ) {
    constexpr timespec pause = { 0, 10'000'000 };
    constexpr int pauses = 500;
@@ -64,7 +117,7 @@ void enterReport( int number ) {
    pid_t other = 0;
    for( int waited = 0; !reporter.compare_exchange_strong( other, self ); ++waited ) {
       if( other == self ) {
-         dieBySignal( reportedSignal );
+         endReport();
       }
       if( waited == pauses ) {
          dieBySignal( number );
@@ -76,6 +129,7 @@ void enterReport( int number ) {
 }
 
 void writeStacks() {
+   Deadline const deadline;
    void* frames[maxFrames];
    backtrace_symbols_fd( frames, ::backtrace( frames, maxFrames ), STDERR_FILENO );
    if( printBacktraceFn ) {
@@ -199,7 +253,8 @@ thread_local ThreadStack threadStack;
    installStack(); // stays to the end: destructors at exit may crash too
    struct sigaction action = {};
    action.sa_sigaction = onFatalSignal;
-   action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+   // A fault of the report's own must come back here even if it is of the same sort.
+   action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
    for( FatalSignal& fatal : fatalSignals ) {
       sigaction( fatal.number, &action, &fatal.before );
    }

@@ -108,6 +108,59 @@ TEST( CrashReport, endsAtOnceOnAFaultInsideOfIt ) {
    expectKilledBy( outcome, SIGFPE );
 }
 
+// The hook's calls so far.
+int calls = 0;
+
+TEST( CrashReport, calledAgainAHookThatFaultedHasItsSay ) {
+   Outcome const outcome = inChild( [] {
+      printBacktraceFn = []( int fd ) {
+         say( fd, "the hook\n" );
+         if( ++calls == 1 ) {
+            writeTo( 0x123 );
+         }
+         say( fd, "its end\n" );
+      };
+      writeTo( 0x456 );
+      return 0;
+   } );
+   expectKilledBy( outcome, SIGSEGV );
+   EXPECT_TRUE( contains( outcome, "the hook\nthe hook\nits end\n" ) ) << outcome.errors;
+}
+
+TEST( CrashReport, calledAgainAHookThatHungHasItsSay ) {
+   Outcome const outcome = inChild( [] {
+      signal( SIGALRM, SIG_IGN );
+      sigset_t alarm;
+      sigemptyset( &alarm );
+      sigaddset( &alarm, SIGALRM );
+      sigprocmask( SIG_BLOCK, &alarm, nullptr );
+      printBacktraceFn = []( int fd ) {
+         say( fd, "the hook\n" );
+         while( ++calls == 1 ) {
+            pause();
+         }
+         say( fd, "its end\n" );
+      };
+      std::thread( [] { writeTo( 0x456 ); } ).join();
+      return 0;
+   } );
+   expectKilledBy( outcome, SIGSEGV );
+   EXPECT_TRUE( contains( outcome, "the hook\nthe hook\nits end\n" ) ) << outcome.errors;
+}
+
+TEST( CrashReport, endsThoughItsHookHangsForGood ) {
+   Outcome const outcome = inChild( [] {
+      printBacktraceFn = []( int ) {
+         for( ;; ) {
+            pause();
+         }
+      };
+      raise( SIGFPE );
+      return 0;
+   } );
+   expectKilledBy( outcome, SIGFPE );
+}
+
 // A handler from before libkel was loaded: KEL_TEST_BEFORE says which, and the test starts the
 // program anew for it.
 void plainHandler( int number ) {
@@ -182,6 +235,17 @@ TEST_F( EarlierHandler, getsTheInformationThatItAskedFor ) {
 TEST_F( EarlierHandler, mayReturn ) {
    whichIs( "return" );
    EXPECT_EXIT( raiseTwice(), testing::ExitedWithCode( 3 ), "fatal signal.*fatal signal" );
+}
+
+TEST_F( EarlierHandler, thatReturnsFindsTheAlarmAsItWas ) {
+   whichIs( "return" );
+   auto const interrupted = [] {
+      signal( SIGALRM, []( int ) { _exit( 5 ); } );
+      raise( SIGFPE );
+      raise( SIGALRM );
+      _exit( 3 );
+   };
+   EXPECT_EXIT( interrupted(), testing::ExitedWithCode( 5 ), "fatal signal" );
 }
 
 TEST_F( EarlierHandler, thatIgnoresASentSignalKeepsItIgnored ) {

@@ -3,15 +3,20 @@
 #include <kelpy/diagnostics/PyBacktrace.h>
 
 #include <frameobject.h>
+#include <pythread.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 
+#include <kelpy/core/PyLock.h>
 #include <kelpy/core/PyRef.h>
 
 namespace {
+
+constexpr char const* noText = "(failed to get exception error message)";
 
 class CrashText {
  public:
@@ -62,13 +67,47 @@ char const* classNameOf( PyObject* cls ) {
                                      : "<unknown>";
 }
 
-// The only step that runs Python code.
+// This thread's state, null if it never ran Python. Python's own way takes a lock, which a thread
+// may hold that waits for the one that crashes; here the list of states is read as it lies.
+PyThreadState const* stateOfThread() {
+   if( Kel::Impl::anchoredState ) {
+      return Kel::Impl::anchoredState;
+   }
+   // The first interpreter is the last of the list, and so is a thread's first state of its own.
+   PyInterpreterState const* interpreter = PyInterpreterState_Head();
+   while( interpreter && interpreter->next ) {
+      interpreter = interpreter->next;
+   }
+   long const self = PyThread_get_thread_ident();
+   PyThreadState const* found = nullptr;
+   for( auto* state = interpreter ? interpreter->tstate_head : nullptr; state;
+        state = state->next ) {
+      found = state->thread_id == self ? state : found;
+   }
+   return found;
+}
+
+// The thread that is in the only step that runs Python code.
+constinit std::atomic< pid_t > inExceptionText{ 0 };
+
 void writeException( CrashText& out, PyObject* cls, PyObject* value ) {
    out.write( "%s: ", classNameOf( cls ) );
+   inExceptionText = ::gettid();
    PyRef const str = PyRef::steal( PyObject_Str( value ) );
+   inExceptionText = 0;
    char const* const text = str ? PyString_AsString( str.get() ) : nullptr;
-   out.write( "%s", text ? text : "(failed to get exception error message)" );
+   out.write( "%s", text ? text : noText );
    out.write( "\n" );
+}
+
+// The exception that is being handled.
+void writeHandled( CrashText& out, PyThreadState const* ts ) {
+   if( isSet( ts->exc_traceback ) ) {
+      writeTraceback( out, ts->exc_traceback );
+   }
+   if( isSet( ts->exc_value ) ) {
+      writeException( out, ts->exc_type, ts->exc_value );
+   }
 }
 
 void writeFrames( CrashText& out, PyFrameObject* frame ) {
@@ -85,16 +124,16 @@ void writeFrames( CrashText& out, PyFrameObject* frame ) {
 void printPythonBacktrace( int fd ) {
    constexpr char const* none = "\nNo Python traceback available\n";
    CrashText out( fd );
-   PyThreadState const* const ts = PyGILState_GetThisThreadState();
+   PyThreadState const* const ts = stateOfThread();
    if( !ts ) {
       out.write( "%s", none );
       return;
    }
-   if( isSet( ts->exc_traceback ) ) {
-      writeTraceback( out, ts->exc_traceback );
-   }
-   if( isSet( ts->exc_value ) ) {
-      writeException( out, ts->exc_type, ts->exc_value );
+   if( inExceptionText == ::gettid() ) {
+      // The text of the exception has faulted or hangs, and this is another try.
+      out.write( "%s\n", noText );
+   } else {
+      writeHandled( out, ts );
    }
    if( ts->frame ) {
       writeFrames( out, ts->frame );

@@ -8,7 +8,8 @@
 #include <kel/Ptr.h>
 
 // Called with a descriptor, at the end of each crash report, on the thread that crashes, in signal
-// context. Null at first; whoever sets it keeps it callable to the end of the process.
+// context. Called once more, from within, if it faults or does not return for a second. Null at
+// first; whoever sets it keeps it callable to the end of the process.
 KEL_API extern void ( *printBacktraceFn )( int fd );
 
 namespace Kel {

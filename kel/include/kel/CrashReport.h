@@ -1,6 +1,7 @@
 // The report on a fatal signal or a failed assertion. Loading libkel installs it for SIGSEGV,
 // SIGBUS, SIGFPE, SIGILL and SIGABRT: one line, the native stack, `printBacktraceFn`, all to
-// standard error; then the handler that stood before, or death by the signal. No lock.
+// standard error; then the handler that stood before, or death by the signal. A report that hangs
+// or faults ends by that signal too, within two seconds. No lock.
 #pragma once
 
 #include <cstddef>

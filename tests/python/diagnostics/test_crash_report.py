@@ -119,6 +119,33 @@ handler()
             '  File "<string>", line 13, in handler\n'
             '  File "<string>", line 15, in <module>\n')
 
+    def check_frames_behind_mute_exception(self, body):
+        err = self.crash("""
+class Mute(Exception):
+    def __str__(self):
+        %s
+
+def handler():
+    try:
+        raise Mute()
+    except Mute:
+        kel_crash.fault()
+
+handler()
+""" % body)
+        self.assertEqual(
+            self.python_part(err).split("Mute: ")[1],
+            "(failed to get exception error message)\n" + FRAMES +
+            '  File "<string>", line 8, in __str__\n'
+            '  File "<string>", line 14, in handler\n'
+            '  File "<string>", line 16, in <module>\n')
+
+    def test_the_text_of_an_exception_may_crash_too(self):
+        self.check_frames_behind_mute_exception("kel_crash.fault()")
+
+    def test_the_text_of_an_exception_may_never_come(self):
+        self.check_frames_behind_mute_exception("while True: pass")
+
     def test_a_crash_in_a_runtime_call_shows_the_Python_caller(self):
         err = self.crash("""
 import odd
