@@ -20,15 +20,16 @@ import kel_stress
 import plants
 from forks import run_programs
 from worker import Worker
-from world import World, manager, root
+from world import Recorder, World, manager, root
 
 
 def drain(workers):
     """Waits until all that is pending is delivered, the last timers too."""
-    participant = kel_stress.participant("the rest of the changes")
+    participant = Recorder.draining = kel_stress.participant("the rest of the changes")
     manager.runUntilIdle()
     while any(worker.armed_timers() for worker in workers):
         manager.runUntilIdle()
+    Recorder.draining = None
     kel_stress.done(participant)
 
 

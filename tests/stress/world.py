@@ -25,6 +25,8 @@ class Recorder(object):
     """A handler that keeps what it is told, and the notifiee that calls it, which holds it until
     `drop`."""
 
+    draining = None  # the participant for which each call is a step
+
     def __init__(self, notifier, *names):
         self.seen = []
         self.told_in_lock = False
@@ -40,6 +42,8 @@ class Recorder(object):
 
     def tell(self, attr, key):
         self.seen.append((attr.name, key))
+        if self.draining is not None:
+            kel_stress.step(self.draining)
         self.told_in_lock |= kel_stress.ownsLock()
         kel_stress.dawdle()
 
