@@ -124,6 +124,18 @@ assert imported
 assert not imp.lock_held()
 """)
 
+    def test_one_whose_thread_holds_the_import_lock_keeps_it_while_it_waits(self):
+        self.run_script("""
+held = []
+holder = Holder(lambda: held.append(imp.lock_held()))
+imp.acquire_lock()
+in_fork(look_around)
+imp.release_lock()
+holder.join()
+assert held == [True], held
+assert not imp.lock_held()
+""")
+
     def test_a_fork_in_the_middle_of_an_import_leaves_the_import_lock_with_the_import(self):
         self.run_script("""
 import tempfile, shutil
