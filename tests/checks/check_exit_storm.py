@@ -22,7 +22,7 @@ def _end(job):
     build, way, seed = job
     ended = build.run([os.path.join(HERE, "exits.py"), way, str(seed)], 60)
     right = ended.status == WAYS[way] and not ended.late and _is_quiet(way, ended.err)
-    return None if right else ["%s %d:" % (way, seed)] + ended.text()
+    return None if right else ["%s %s:" % (way, seed)] + ended.text()
 
 
 def _is_quiet(way, err):
