@@ -1,15 +1,28 @@
-"""The comfortable face of the runtime: libraries of types, and their classes by name."""
+"""The comfortable face of the runtime: types and objects by name, reactions, timers, locks."""
 
+import collections
 import ctypes
 import os
 import sys
 import types
 
 import _Kel
+from _KelLock import activityLock
+from _KelMount import Mount
+from _KelReactions import Reaction, Timer, at, react, subscriptions
 
-__all__ = ["load", "Schema"]
+__all__ = ["Allocation", "Mount", "Reaction", "Schema", "Timer", "Type", "Value", "activityLock",
+           "allocations", "at", "entity", "load", "newInstance", "now", "react", "root", "run",
+           "subscriptions"]
 
 _loaded = {}
+
+
+class Allocation(collections.namedtuple("Allocation", "objects bytes")):
+    """How many objects of one C++ type are alive, and the bytes of their own size."""
+
+    __slots__ = ()
+
 
 
 def load(name):
@@ -56,3 +69,83 @@ class Schema(types.ModuleType):
         schema._module = module
         sys.modules[module_name] = schema
         return schema
+
+
+def Type(name):
+    """The _Kel.KelType of that full name. Raises TypeError if there is none."""
+    return _Kel.typeNode(name)
+
+
+def newInstance(typeName, *args):
+    """A new object or value of the type of that full name, made from the constructor's arguments."""
+    return _Kel.pyType(_Kel.typeNode(typeName))(*args)
+
+
+def Value(typeName, **attributes):
+    """A new value of the type of that full name, with these attributes; the repr of a value calls it.
+
+    Attributes that the constructor asks for go to the constructor, if they are all there, the others
+    are written. One that cannot be written must have its value already.
+    """
+    cls = _Kel.pyType(_Kel.typeNode(typeName))
+    kel_type = cls.kelType
+    if not kel_type.isValue:
+        raise TypeError("%s is not a value type" % kel_type.fullTypeName)
+    names = kel_type.constructorArgNameQ
+    args = ()
+    if names and all(name in attributes for name in names):
+        args = [attributes.pop(name) for name in names]
+    fixed = dict((name, attributes.pop(name)) for name in list(attributes)
+                 if _isFixed(kel_type.attr(name)))
+    value = cls(*args, **attributes)
+    for name in fixed:
+        if getattr(value, name) != fixed[name]:
+            setattr(value, name, fixed[name])  # says why that cannot be
+    return value
+
+
+def _isFixed(attr):
+    return attr is not None and not attr.writable
+
+
+def root():
+    """The root directory."""
+    return _Kel.singleton("Kel::Dir")
+
+
+def entity(path):
+    """The entity of that full name. Raises LookupError if there is none."""
+    found = _Kel.entityFuture(path, None)
+    try:
+        found.convertToEntity()
+    except Exception as error:
+        raise LookupError(str(error))
+    return found
+
+
+def now():
+    """The time of the runtime's clock in seconds, as a float; timers count in it."""
+    return _Kel.singleton("Kel::Clock").now
+
+
+def run(untilIdle=False):
+    """Runs the activity loop on this thread: until it is stopped, or until nothing is pending or due.
+
+    Ctrl-C stops it in order; KeyboardInterrupt follows. Raises SystemError if a loop runs already.
+    """
+    manager = _Kel.singleton("Kel::ActivityManager")
+    if untilIdle:
+        manager.runUntilIdle()
+    else:
+        manager.run()
+
+
+def allocations():
+    """A dictionary from the name of a C++ type of runtime objects to its Allocation.
+
+    Types of which no object was ever made are left out.
+    """
+    with activityLock():
+        tracker = _Kel.singleton("Kel::AllocationTracker")
+        tracker.update()
+        return dict((name, Allocation(one.objects, one.bytes)) for name, one in tracker.type.iteritems())

@@ -5,7 +5,9 @@
 #include <vector>
 
 #include <kel/AllocTrack.h>
+#include <kel/AllocationTracker.h>
 #include <kel/Exception.h>
+#include <kel/Lock.h>
 
 namespace Kel {
 
@@ -29,6 +31,27 @@ class AllocTrack : public testing::Test {
 
    AllocTrackTypeInfo* slot = nullptr;
 };
+
+TEST_F( AllocTrack, isToldByTheTrackerAsOfItsLastUpdate ) {
+   LockAnchor const lock( activityLock() );
+   AllocTrackTypeInfo* other = nullptr; // a record of the same name, as from another library
+   AllocTrackTypeInfo::_trackAllocation( &other, typeid( Tracked ), 64, 32 );
+   auto tracker =
+      dynamicPtrCast< AllocationTracker >( Entity::singleton( "Kel::AllocationTracker" ) );
+   tracker->update();
+   std::uint64_t const before =
+      tracker->type().find( "Kel::(anonymous namespace)::Tracked" )->objects;
+   allocate();
+   allocate();
+   EXPECT_EQ( tracker->type().find( "Kel::(anonymous namespace)::Tracked" )->objects, before );
+   tracker->update();
+   auto const* counted = tracker->type().find( "Kel::(anonymous namespace)::Tracked" );
+   EXPECT_EQ( counted->objects, before + 2 );
+   EXPECT_EQ( counted->bytes, counted->objects * 64 );
+   AllocTrackTypeInfo::trackDeallocation( other );
+   AllocTrackTypeInfo::trackDeallocation( slot );
+   AllocTrackTypeInfo::trackDeallocation( slot );
+}
 
 TEST_F( AllocTrack, makesTheRecordAtTheFirstAllocationAndKeepsIt ) {
    allocate();
