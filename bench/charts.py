@@ -18,6 +18,7 @@ LOOK = {
     "ctypes": ("#b45309", "down"), "plain class": ("#0e7490", "cross"), "dict": ("#be185d", "square"),
     "make": ("#2563eb", "square"), "tell": ("#c2410c", "circle"), "drop": ("#15803d", "diamond"),
     "arm": ("#2563eb", "square"), "arm and fire": ("#c2410c", "circle"),
+    "drop, floor": ("#1f2933", "bar"), "write, floor": ("#1f2933", "bar"),
     "before": ("#6b7280", "square"), "after": ("#c2410c", "circle"),
 }
 NAMES = {"kel": "_Kel", "dict": "dict of Python"}
@@ -34,7 +35,8 @@ class Axis(object):
     def __init__(self, values, start, end, steps=(1,)):
         self.low = math.floor(math.log10(min(values)) + 1e-9)
         self.high = max(self.low + 1, math.ceil(math.log10(max(values)) - 1e-9))
-        self.start, self.end, self.steps = start, end, steps
+        # Between two powers of ten alone there is room for more.
+        self.start, self.end, self.steps = start, end, steps if self.high - self.low > 1 else (1, 2, 5)
 
     def place(self, value):
         share = (math.log10(value) - self.low) / (self.high - self.low)

@@ -30,6 +30,25 @@ PyObject* level_get( PyObject* self, void* ) {
    return PyInt_FromLong( level );
 }
 
+// The same without a lock, with the mutex alone, and with a turn of the GIL alone.
+PyObject* level_get_bare( PyObject* self, void* ) {
+   return PyInt_FromLong( modelOf( self )->level() );
+}
+
+PyObject* level_get_mutex( PyObject* self, void* ) {
+   pthread_mutex_lock( &turnMutex );
+   PyObject* const level = PyInt_FromLong( modelOf( self )->level() );
+   pthread_mutex_unlock( &turnMutex );
+   return level;
+}
+
+PyObject* level_get_gil( PyObject* self, void* ) {
+   PyThreadState* const state = PyEval_SaveThread();
+   unsigned const level = modelOf( self )->level();
+   PyEval_RestoreThread( state );
+   return PyInt_FromLong( level );
+}
+
 bool asLevel( PyObject* value, long& level ) {
    if( !value || !PyInt_CheckExact( value ) ) {
       PyErr_SetString( PyExc_TypeError, "expected an int" );
@@ -207,6 +226,9 @@ char* literal( char const* text ) {
 }
 
 PyGetSetDef oneTurn[] = {
+   { literal( "bareLevel" ), level_get_bare, nullptr, nullptr, nullptr },
+   { literal( "mutexLevel" ), level_get_mutex, nullptr, nullptr, nullptr },
+   { literal( "gilLevel" ), level_get_gil, nullptr, nullptr, nullptr },
    { literal( "level" ), level_get, level_set, nullptr, nullptr },
    { literal( "text" ), text_get, text_set, nullptr, nullptr },
    { literal( "next" ), next_get, nullptr, nullptr, nullptr },

@@ -10,7 +10,7 @@ import kel_floor
 import kel_many_types
 import subjects
 from subjects import TEXT
-from timing import figure, samples
+from timing import figure, samples, turns
 
 KEYS = 10000
 CLASSES = 600
@@ -179,6 +179,18 @@ def first_uses(batch=20):
     found = dict((name, figure(each / batch * 1e9 for each in seconds[name])) for name in seconds)
     found["same turns"] = found["floor"]
     return found
+
+
+# (title, attribute) of the reads of a U32 that show what the locks cost.
+PARTS = (("no lock", "bareLevel"), ("the mutex alone", "mutexLevel"), ("a turn of the GIL alone", "gilLevel"),
+         ("both, as the floor", "level"))
+
+
+def parts(rounds, loops):
+    """[title, figure in ns] of a read of the hand-written extension, by the locks that it takes."""
+    thing = {"o": kel_floor.Thing(TEXT, 1)}
+    found = turns([(title, "o." + name, thing) for title, name in PARTS], rounds, loops)
+    return [[title, found[title]] for title, _ in PARTS]
 
 
 def rows():

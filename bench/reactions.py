@@ -8,6 +8,7 @@ import sys
 
 import _Kel
 import acme
+import kel_floor
 from kel_reactions import changes, joinBeats, nativeDelivery, now, startBeats
 
 BEATS, PAUSE = 2000, 300  # changes for a latency, and the microseconds between them
@@ -15,6 +16,8 @@ BATCH = 100000
 NOTIFIEES = (1, 10, 100, 1000, 10000)
 TIMERS = (10, 100, 1000, 10000, 100000)
 ARMINGS = 20000
+COLUMNS = {"notifiees": ("make", "tell", "drop", "drop, floor"),
+           "timers": ("arm", "arm and fire", "write, floor")}
 NAME = "bench"
 FAR = 1e9
 
@@ -94,8 +97,21 @@ def one_by_one():
     return took,
 
 
+def dropped(kept):
+    """ns for each to drop, in no order."""
+    count = len(kept)
+    random.Random(7).shuffle(kept)
+    start = now()
+    while kept:
+        kept.pop()
+    return per(start, count)
+
+
 def notifiees(count):
-    """ns for each of so many notifiees of one object: to make, to tell of one change, to drop."""
+    """ns for each of so many notifiees of one object: to make, to tell of one change, to drop.
+
+    Beside them, to drop so many objects of the floor: what the machine's caches make of it.
+    """
     item, handle = _Kel.singleton("Kel::Dir")[NAME], _Kel.handle(nothing)
     repeats = max(1, 1000 // count)
     start = now()
@@ -105,15 +121,14 @@ def notifiees(count):
     start = now()
     manager.runUntilIdle()
     telling = per(start, count * repeats)
-    random.Random(7).shuffle(kept)
-    start = now()
-    while kept:
-        kept.pop()
-    return making, telling, per(start, count)
+    return making, telling, dropped(kept), dropped([kel_floor.Thing("text", 1) for _ in xrange(count)])
 
 
 def timers(count):
-    """ns beside so many that wait: to arm one anew at any time, and to arm one that is due and fire it."""
+    """ns beside so many that wait: to arm one anew at any time, and to arm one that is due and fire it.
+
+    Beside them, to write to one of so many objects of the floor.
+    """
     handle, numbers = _Kel.handle(nothing), random.Random(7)
     kept = [ClockNotifiee(clock, handle) for _ in xrange(count)]
     for each in kept:
@@ -123,12 +138,18 @@ def timers(count):
     for each, time in anew:
         each.timeMinProxy = time
     arming = per(start, ARMINGS)
+    things = [kel_floor.Thing("text", 1) for _ in xrange(count)]
+    some = [numbers.choice(things) for _ in xrange(ARMINGS)]
+    start = now()
+    for each in some:
+        each.level = 1
+    writing = per(start, ARMINGS)
     one = ClockNotifiee(clock, handle)
     start = now()
     for _ in xrange(ARMINGS):
         one.timeMinProxy = 1.0
         manager.runUntilIdle()
-    return arming, per(start, ARMINGS)
+    return arming, per(start, ARMINGS), writing
 
 
 def due_timers():
@@ -155,10 +176,10 @@ def measure(rounds):
             "queue": queueing, "deliver": telling, "deliver to C++": native, "bare call": bare,
             "one by one": least(rounds, one_by_one)[0]},
         "notifiees": dict(
-            (count, dict(zip(("make", "tell", "drop"), least(rounds, lambda: notifiees(count)))))
+            (count, dict(zip(COLUMNS["notifiees"], least(rounds, lambda: notifiees(count)))))
             for count in NOTIFIEES),
         "timers": dict(
-            (count, dict(zip(("arm", "arm and fire"), least(rounds, lambda: timers(count)))))
+            (count, dict(zip(COLUMNS["timers"], least(rounds, lambda: timers(count)))))
             for count in TIMERS),
         "due timer": least(rounds, due_timers)[0],
     }
@@ -186,9 +207,8 @@ def report(figures, out=sys.stdout):
     line("a call of the Python function alone", told["bare call"])
     line("timer that is due, of 100000", figures["due timer"], a_second(figures["due timer"]))
     out.write("\n")
-    for title, row, columns in (
-            ("notifiees of one object", "notifiees", ("make", "tell", "drop")),
-            ("timers that wait", "timers", ("arm", "arm and fire"))):
+    for title, row in ("notifiees of one object", "notifiees"), ("timers that wait", "timers"):
+        columns = COLUMNS[row]
         out.write("%-28s%s\n" % (title, "".join("%20s" % ("ns to " + name) for name in columns)))
         for count in sorted(figures[row], key=int):
             out.write("%28s%s\n" % (count, "".join("%20.0f" % figures[row][count][name] for name in columns)))

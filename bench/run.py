@@ -72,7 +72,7 @@ def measure(options):
     rounds, loops = options.rounds, options.loops
     return {
         "machine": machine(options), "missing": subjects.missing(), "rows": rows(options),
-        "idle threads": idle.measure(rounds, max(1, loops // 5)), "members": scale.members(options.few),
+        "parts": operations.parts(rounds, loops), "idle threads": idle.measure(rounds, max(1, loops // 5)), "members": scale.members(options.few),
         "types": scale.types(options.few), "depths": scale.depths(rounds, max(1, loops // 5)),
         "advice": advice.measure(rounds, loops), "reactions": reactions.measure(options.few),
         "round trips": round_trips.figures(options.few)}
@@ -89,6 +89,12 @@ def report_rows(figures):
     for each in figures["rows"]:
         print "%-46s" % ("%s, %s" % (each["title"], each["unit"])) + "".join(
             "%16s" % page.cell(each["figures"], name, "-") for name in names)
+
+
+def report_parts(parts):
+    print "\n%-46s%16s" % ("a U32 read of the hand-written extension", "ns")
+    for title, figure in parts:
+        print "%-46s%16.1f" % (title, figure["least"])
 
 
 def report_curves(entries, along):
@@ -109,6 +115,7 @@ def report_advice(entries):
 
 def report(figures):
     report_rows(figures)
+    report_parts(figures["parts"])
     report_curves(figures["idle threads"], "other threads alive")
     report_curves(figures["members"], "members of a collection")
     report_curves(figures["types"], "types")

@@ -136,6 +136,7 @@ class Axes(unittest.TestCase):
         axis = charts.Axis([12, 900], 100, 300)
         self.assertEqual((axis.place(10), axis.place(100), axis.place(1000)), (100, 200, 300))
         self.assertEqual(list(axis.ticks()), [10, 100, 1000])
+        self.assertEqual(list(charts.Axis([2, 9], 0, 1).ticks()), [1, 2, 5, 10])
 
     def test_numbers_are_short(self):
         self.assertEqual([charts.number(n) for n in (0.5, 10, 1000, 2500, 1e6)], ["0.5", "10", "1k", "2.5k", "1M"])
