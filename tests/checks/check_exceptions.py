@@ -15,7 +15,7 @@ SECONDS = {"short": 2, "long": 2}
 DOCUMENT = os.path.join(frame.ROOT, "docs", "reliability.md")
 
 
-def _rows(text, title):
+def table_rows(text, title):
     """The cells of the table whose headline begins with the title."""
     lines = text.splitlines()
     start = [number for number, line in enumerate(lines) if line.startswith("| %s |" % title)][0]
@@ -31,9 +31,9 @@ def cells():
     """(operation, thrown, class of Python or "", text) as documented."""
     with open(DOCUMENT) as document:
         text = document.read()
-    for operation, front, exception in _rows(text, "operation"):
+    for operation, front, exception in table_rows(text, "operation"):
         operation, front = operation.replace("`", ""), front.strip("`")
-        for thrown, raised, told in _rows(text, "thrown"):
+        for thrown, raised, told in table_rows(text, "thrown"):
             thrown, raised = thrown.strip("`"), raised.strip("`")
             if "`%s`" % thrown in exception:
                 raised, text_ = _excepted(exception)

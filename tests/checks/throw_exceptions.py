@@ -1,4 +1,4 @@
-"""Tries cells (operation, thrown, class, text) given as JSON; prints those that come out otherwise."""
+"""Tries cells (operation, thrown, class, text), given as JSON; prints those that come out wrong."""
 
 import json
 import os
