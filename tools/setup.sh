@@ -122,8 +122,8 @@ install_python27() {
    return 1
 }
 
-# Unpacks the pybind11 of Debian 11, the last for Python 2.7, into build/peers; it is installed nowhere, and
-# apt is left as it was.
+# Unpacks the pybind11 of Debian 11, which still knows Python 2.7, into build/peers; it is installed nowhere,
+# and apt is left as it was.
 unpack_pybind11() {
    local folder=$root/build/peers added=no status=0
    [ -e "$folder/usr/include/pybind11/pybind11.h" ] && return
