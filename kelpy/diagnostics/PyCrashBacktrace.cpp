@@ -90,11 +90,33 @@ PyThreadState const* stateOfThread() {
 // The thread that is in the only step that runs Python code.
 constinit std::atomic< pid_t > inExceptionText{ 0 };
 
-void writeException( CrashText& out, PyObject* cls, PyObject* value ) {
-   out.write( "%s: ", classNameOf( cls ) );
+// What the text of the exception is without a call of Python: of one whose text is that of its only
+// argument. Null for others.
+PyObject* plainTextOf( PyObject* exception ) {
+   auto const* const base = reinterpret_cast< PyTypeObject* >( PyExc_BaseException );
+   if( Py_TYPE( exception )->tp_str != base->tp_str ) {
+      return nullptr;
+   }
+   PyObject* const args = reinterpret_cast< PyBaseExceptionObject* >( exception )->args;
+   bool const isOne = PyTuple_GET_SIZE( args ) == 1;
+   return isOne && PyString_CheckExact( PyTuple_GET_ITEM( args, 0 ) ) ? PyTuple_GET_ITEM( args, 0 )
+                                                                      : nullptr;
+}
+
+// Null if there is none to be had. Without the GIL, Python would work upon whatever thread has it.
+PyRef textOfException( PyThreadState const* ts ) {
+   if( ts != _PyThreadState_Current ) {
+      return PyRef::borrow( plainTextOf( ts->exc_value ) );
+   }
    inExceptionText = ::gettid();
-   PyRef const str = PyRef::steal( PyObject_Str( value ) );
+   PyRef text = PyRef::steal( PyObject_Str( ts->exc_value ) );
    inExceptionText = 0;
+   return text;
+}
+
+void writeException( CrashText& out, PyThreadState const* ts ) {
+   out.write( "%s: ", classNameOf( ts->exc_type ) );
+   PyRef const str = textOfException( ts );
    char const* const text = str ? PyString_AsString( str.get() ) : nullptr;
    out.write( "%s", text ? text : noText );
    out.write( "\n" );
@@ -106,7 +128,7 @@ void writeHandled( CrashText& out, PyThreadState const* ts ) {
       writeTraceback( out, ts->exc_traceback );
    }
    if( isSet( ts->exc_value ) ) {
-      writeException( out, ts->exc_type, ts->exc_value );
+      writeException( out, ts );
    }
 }
 

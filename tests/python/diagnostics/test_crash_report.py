@@ -146,6 +146,23 @@ handler()
     def test_the_text_of_an_exception_may_never_come(self):
         self.check_frames_behind_mute_exception("while True: pass")
 
+    def test_without_the_GIL_Python_makes_no_text_of_an_exception(self):
+        mute = "(failed to get exception error message)"
+        for source, text in (
+                ("Told = ValueError", "exceptions.ValueError: told"),
+                ("Told = KeyError", "exceptions.KeyError: " + mute),
+                ("class Told(ValueError): pass", "Told: told"),
+                ("class Told(ValueError): __str__ = lambda self: 'told'", "Told: " + mute),
+                ("Told = lambda text: ValueError()", "exceptions.ValueError: " + mute),
+                ("Told = lambda text: ValueError(5)", "exceptions.ValueError: " + mute)):
+            err = self.crash(source + """
+try:
+    raise Told("told")
+except Exception:
+    kel_crash.faultWithoutGil()
+""")
+            self.assertIn("\n" + text + "\n" + FRAMES, err)
+
     def test_a_crash_in_a_runtime_call_shows_the_Python_caller(self):
         err = self.crash("""
 import odd
