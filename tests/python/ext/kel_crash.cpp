@@ -1,14 +1,21 @@
 // kel_crash: crashes of every sort, and the Python part of a crash report by itself. GIL.
 #include <kelpy/core/PyPython.h>
 
+#include <alloca.h>
 #include <frameobject.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
 
 #include <kel/Activity.h>
+#include <kel/CrashReport.h>
 #include <kelpy/core/PyLock.h>
 #include <kelpy/core/PyRef.h>
 #include <kelpy/diagnostics/PyBacktrace.h>
@@ -20,6 +27,90 @@ int volatile* volatile nowhere = nullptr;
 
 [[gnu::noinline]] void writeToNull() {
    *nowhere = 1;
+}
+
+// Behind the end of a file that is mapped.
+void busError() {
+   char name[] = "/tmp/kel-crash-XXXXXX";
+   int const file = mkstemp( name );
+   unlink( name );
+   void* const page = mmap( nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0 );
+   *static_cast< int volatile* >( page ) = 1;
+}
+
+void divideByZero() {
+   int volatile number = 1000;
+   int volatile const zero = 0;
+   number = number / zero;
+}
+
+[[noreturn]] void throwUncaught() {
+   throw std::runtime_error( "nobody catches this" );
+}
+
+[[gnu::noinline]] int overflowStack( int depth ) {
+   char* const volatile block = static_cast< char* >( alloca( 4096 ) );
+   std::memset( block, depth, 4096 );
+   return depth < 0 ? 0 : overflowStack( depth + 1 ) + block[17];
+}
+
+// The C library finds its lists broken as it looks for memory, and aborts with its lock held: each
+// further allocation of this thread would wait for good.
+void breakHeap() {
+   constexpr std::size_t size = 2000; // goes to no list of the thread's own
+   void* const before = std::malloc( size );
+   void* const broken = std::malloc( size );
+   void* const behind = std::malloc( size );
+   // Its size, which the compiler must not see this write to.
+   std::uintptr_t const volatile sizeOfBroken =
+      reinterpret_cast< std::uintptr_t >( broken ) - sizeof size;
+   std::free( broken );
+   *reinterpret_cast< std::size_t volatile* >( sizeOfBroken ) = ~std::size_t{ 0 };
+   nowhere = static_cast< int volatile* >( std::malloc( size ) );
+   std::free( before );
+   std::free( behind );
+}
+
+struct Way {
+   char const* name;
+   void ( *crash )();
+};
+
+constexpr Way ways[] = { { "segv", writeToNull }, { "abort", [] { std::abort(); } },
+   { "bus", busError }, { "fpe", divideByZero }, { "exception", throwUncaught },
+   { "overflow",
+      [] {
+         Kel::crashStackForThread();
+         overflowStack( 0 );
+      } },
+   { "malloc", breakHeap } };
+
+void crashBy( char const* name ) {
+   for( Way const& way : ways ) {
+      if( std::strcmp( way.name, name ) == 0 ) {
+         way.crash();
+      }
+   }
+}
+
+// crash( way ), with the GIL, without it, and on a thread that Python never saw.
+PyObject* crash( PyObject*, PyObject* way ) {
+   crashBy( PyString_AsString( way ) );
+   Py_RETURN_NONE;
+}
+
+PyObject* crashWithoutGil( PyObject*, PyObject* way ) {
+   char const* const name = PyString_AsString( way );
+   Kel::GilUnlockAnchor const gil;
+   crashBy( name );
+   Py_RETURN_NONE;
+}
+
+PyObject* crashOnNativeThread( PyObject*, PyObject* way ) {
+   char const* const name = PyString_AsString( way );
+   Kel::GilUnlockAnchor const gil;
+   std::thread( crashBy, name ).join();
+   Py_RETURN_NONE;
 }
 
 PyObject* fault( PyObject*, PyObject* ) {
@@ -111,6 +202,9 @@ PyObject* stopOnQuiesce( PyObject*, PyObject* ) {
 }
 
 constinit PyMethodDef functions[] = {
+   { "crash", crash, METH_O, nullptr },
+   { "crashWithoutGil", crashWithoutGil, METH_O, nullptr },
+   { "crashOnNativeThread", crashOnNativeThread, METH_O, nullptr },
    { "fault", fault, METH_NOARGS, nullptr },
    { "faultWithoutGil", faultWithoutGil, METH_NOARGS, nullptr },
    { "faultUnderLocks", faultUnderLocks, METH_NOARGS, nullptr },
