@@ -18,6 +18,7 @@ that does not exec holds the lock on the agent file while it lives.
 
 import atexit
 import os
+import thread
 
 import _PyServerText
 from _PyServerFiles import (
@@ -85,6 +86,10 @@ class PyServer(object):
         run = _Run()
         try:
             run.start(self._fileName, self._wantedSocket, self._wantedPort, self._limits)
+        except (EnvironmentError, thread.error) as error:
+            # For want of descriptors, memory or threads, at a place that knows no better text.
+            run.stop(0.0)
+            raise Error("the server cannot start: %s" % error)
         except BaseException:
             run.stop(0.0)
             raise

@@ -3,8 +3,10 @@
 import __main__
 import fcntl
 import os
+import resource
 import socket
 import sys
+import thread
 import threading
 import unittest
 
@@ -134,6 +136,44 @@ class Start(ServerCase):
             self.refusal(PyServer.Error),
             "the agent directory %s cannot be made: No such file or directory"
             % self.path("none/such"))
+
+    def test_a_want_of_descriptors_is_told_wherever_it_comes_and_no_file_is_left(self):
+        soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+        texts, highest, taken = set(), max(open_descriptors()), []
+        while not taken or taken[-1] < highest:
+            taken.append(os.dup(0))
+        try:
+            for more in range(1, 30):
+                resource.setrlimit(resource.RLIMIT_NOFILE, (taken[-1] + more, hard))
+                server = PyServer.PyServer("acme", "shop", port=0)
+                try:
+                    server.start()
+                except PyServer.Error as error:
+                    texts.add(str(error))
+                else:
+                    server.stop()
+                    break
+        finally:
+            resource.setrlimit(resource.RLIMIT_NOFILE, (soft, hard))
+            for descriptor in taken:
+                os.close(descriptor)
+        # The folder of sockets stays where the lock that guards it cannot be had either.
+        self.assertLessEqual(set(os.listdir(self.folder)), {".sockets-%d" % os.geteuid()})
+        self.assertEqual([names for _, _, names in os.walk(self.folder) if names], [])
+        self.assertGreaterEqual(len(texts), 3)
+        self.assertIn("the server cannot start: [Errno 24] Too many open files", texts)
+
+    def test_a_want_of_threads_is_told_and_nothing_is_left(self):
+        def refuse(*args):
+            raise thread.error("can't start new thread")
+
+        start, threading._start_new_thread = threading._start_new_thread, refuse
+        try:
+            text = self.refusal(PyServer.Error, "acme", "shop")
+        finally:
+            threading._start_new_thread = start
+        self.assertEqual(text, "the server cannot start: can't start new thread")
+        self.assertEqual(os.listdir(self.folder), [])
 
     def test_arguments_that_cannot_be_meant_are_refused(self):
         for keywords in (
