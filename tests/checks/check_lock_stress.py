@@ -16,10 +16,13 @@ def run(form):
     steps = OPERATIONS[form] / THREADS
     # Forks stop all threads on purpose; they have a check of their own.
     result = Run(["--steps", steps, "--forks", 0], seconds=steps / 50 + 120)
-    figure = "%d operations, %d holds of the activity lock, longest wait %.3f s for it" % (
-        OPERATIONS[form], result.locks, result.lock_wait) + ", %.3f s for the GIL" % result.gil_wait
+    figure = ("%d operations, %d holds of the activity lock, longest wait %.3f s for it, %.3f s "
+              "for the GIL, %.3f s for a processor" % (
+                  OPERATIONS[form], result.locks, result.lock_wait, result.gil_wait,
+                  result.machine_wait))
     # A machine that does more beside a short run may keep any thread waiting.
-    prompt = form == "short" or max(result.gil_wait, result.lock_wait) < LONGEST_WAIT
+    longest = max(result.gil_wait, result.lock_wait) - result.machine_wait
+    prompt = form == "short" or longest < LONGEST_WAIT
     return Result(result.passed and prompt, figure, result.details())
 
 

@@ -21,8 +21,9 @@ class Run(object):
         self.ended = build.run([os.path.join(STRESS, "stress.py")] + map(str, arguments),
                                seconds, PYTHONPATH=path, **environment)
         self.passed = self.ended.status == 0 and not self.ended.late
-        waits = self._numbers(r"GIL (\S+) s, activity lock (\S+) s; (\d+) holds")
-        self.gil_wait, self.lock_wait, self.locks = waits or (0.0, 0.0, 0)
+        waits = self._numbers(r"GIL (\S+) s, activity lock (\S+) s, "
+                              r"machine (\S+) s; (\d+) holds")
+        self.gil_wait, self.lock_wait, self.machine_wait, self.locks = waits or (0.0,) * 4
         self.python_forks, self.native_forks = self._numbers(
             r"forks: (\d+) of Python, (\d+) of native") or (0, 0)
 

@@ -4,6 +4,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
@@ -29,6 +30,8 @@ constexpr int maxParticipants = 64;
 constinit Participant participants[maxParticipants] = {};
 constinit std::atomic< int > count{ 0 };
 constinit std::atomic< bool > watching{ false };
+
+constinit std::atomic< double > longest{ 0 };
 
 double now() {
    timespec time = {};
@@ -67,7 +70,9 @@ void watch( unsigned seconds ) {
    constexpr unsigned pauseMicroseconds = 20'000;
    threadNameIs( "watchdog" );
    while( watching ) {
+      double const before = now();
       usleep( pauseMicroseconds );
+      longest = std::max< double >( longest, now() - before - pauseMicroseconds * 1e-6 );
       Participant const* const stuck = stuckParticipant( seconds );
       if( stuck && watching ) {
          report( *stuck, seconds );
@@ -101,6 +106,10 @@ void startWatchdog( unsigned seconds ) {
    pthread_sigmask( SIG_SETMASK, &all, &before );
    std::thread( watch, seconds ).detach();
    pthread_sigmask( SIG_SETMASK, &before, nullptr );
+}
+
+double longestDelay() {
+   return longest;
 }
 
 void stopWatchdog() {

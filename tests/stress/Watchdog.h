@@ -18,6 +18,9 @@ void participantDone( int participant );
 // From now on each participant that is not done makes a step in that many seconds, or the process
 // ends with the stacks of all threads on standard error.
 void startWatchdog( unsigned seconds );
+// The longest, in seconds, that the machine has kept the watchdog from going on, which waits for no
+// lock.
+double longestDelay();
 // Nobody is watched any more.
 void stopWatchdog();
 

@@ -215,8 +215,8 @@ PyObject* lockOrderViolations( PyObject*, PyObject* ) {
    return PyInt_FromLong( violations ? violations() : 0 );
 }
 
-// The longest that a thread has waited for the GIL and for the activity lock, in seconds, and how
-// often that was taken; zeros without the preloaded library.
+// The longest that a thread has waited for the GIL, for the activity lock and for a processor, in
+// seconds, and how often the lock was taken; zeros without the preloaded library.
 PyObject* lockFigures( PyObject*, PyObject* ) {
    using Figure = long ( * )( int );
    auto const figure = []( char const* name, int lock ) {
@@ -226,8 +226,8 @@ PyObject* lockFigures( PyObject*, PyObject* ) {
    auto const seconds = [figure]( int lock ) {
       return static_cast< double >( figure( "kel_lock_order_longest_wait", lock ) ) / 1e9;
    };
-   return Py_BuildValue(
-      "(ddl)", seconds( 0 ), seconds( 1 ), figure( "kel_lock_order_times_taken", 1 ) );
+   return Py_BuildValue( "(dddl)", seconds( 0 ), seconds( 1 ), Stress::longestDelay(),
+      figure( "kel_lock_order_times_taken", 1 ) );
 }
 
 PyObject* ownsActivityLock( PyObject*, PyObject* ) {

@@ -109,7 +109,7 @@ def run(options):
         failures.append("the order of the locks was not kept")
     print "the order of the locks was %swatched" % ("" if is_order_watched else "not ")
     if is_order_watched:
-        print "longest waits: GIL %.3f s, activity lock %.3f s; %d holds" % (
+        print "longest waits: GIL %.3f s, activity lock %.3f s, machine %.3f s; %d holds" % (
             kel_stress.lockFigures())
     return failures
 
