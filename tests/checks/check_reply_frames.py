@@ -1,0 +1,83 @@
+"""Whatever is changed in a reply or a request, the reader ends in a value or a documented error.
+
+Every change of two bits of a reply of 48 bytes and of requests of as many, every truncation of both
+in pieces of every size, and in the long form guided mutations too. The reader of replies runs under
+the address sanitizer in the long form.
+"""
+
+import os
+import re
+import struct
+import tempfile
+
+from frame import ROOT, Build, Result, dev, run_process
+
+NAME = "reply-frames"
+PASS = "0 reports, each input ends in a value or a documented error"
+SECONDS = {"short": 30, "long": 1500}
+
+# Of the changes of two bits; the server's reader is written in Python.
+STEPS = {"short": {"reply": 1, "requests": 40}, "long": {"reply": 1, "requests": 1}}
+MUTATIONS = {"reply": 10 ** 6, "requests": 10 ** 6}
+# One bit from the length of the reply stands for a result of just the buffer's size.
+OPTIONS = {"reply": struct.pack("<hBB", 106, 0, 0), "requests": struct.pack("BB", 0, 0)}
+FRAMES = {
+    "reply": struct.pack(">I2s", 44, "OK") + "a result of forty-two bytes, to the letter",
+    "requests": "KR" + "".join("?%d" % kind + struct.pack(">I", len(text)) + text for kind, text in (
+        (1, "a request of 17 b"), (2, "another of 17 too")))}
+# One bit from a length beyond the limit, which the planted reader takes.
+PLANTED_FRAMES = dict(FRAMES, requests="KR?1" + struct.pack(">I", 1000) + "x" * 40)
+assert [len(FRAMES[name]) for name in sorted(FRAMES)] == [48, 48]
+
+
+def _changes(name, form, planted):
+    build = Build("asan" if form == "long" and not planted else "release")
+    if form == "long" or build.folder is None:
+        build.ready("fuzz_" + name)
+    program = os.path.join(os.path.dirname(build.folder), "bin", "fuzz_" + name)
+    environment = build.environment()
+    if planted:
+        environment["KEL_FUZZ_PLANT"] = "1"
+    with tempfile.NamedTemporaryFile() as frame:
+        frame.write(OPTIONS[name] + (PLANTED_FRAMES if planted else FRAMES)[name])
+        frame.flush()
+        step = str(1 if planted else STEPS[form][name])
+        return run_process([program, "--changes", str(len(OPTIONS[name])), step, frame.name],
+                           900, environment)
+
+
+def _mutate(name):
+    """A million mutations that the lines and branches reached guide."""
+    dev("build", "fuzz", "--target", "fuzzers")
+    program = os.path.join(ROOT, "build", "fuzz", "bin", "fuzz_" + name)
+    corpus = os.path.join(ROOT, "tests", "fuzz", "corpus", name)
+    folder = tempfile.mkdtemp()
+    return run_process(
+        [program, folder, corpus, "-runs=%d" % MUTATIONS[name], "-max_len=8192", "-timeout=20",
+         "-rss_limit_mb=2048", "-malloc_limit_mb=64", "-artifact_prefix=" + folder + "/",
+         "-print_final_stats=1"], 3600, dict(os.environ))
+
+
+def run(form):
+    figures, details, passed = [], [], True
+    for name in sorted(FRAMES):
+        ended = _changes(name, form, False)
+        passed &= ended.status == 0 and not ended.late
+        figures.append("%s: %s" % (name, ended.out.strip() or "ended with %d" % ended.status))
+        details += ended.text()
+        if form == "long":
+            ended = _mutate(name)
+            passed &= ended.status == 0 and not ended.late
+            made = re.search(r"number_of_executed_units: *(\d+)", ended.err)
+            figures[-1] += ", %s guided mutations" % (made.group(1) if made else "FAILED")
+            details += ended.text()
+    return Result(passed, "; ".join(figures) + (", 0 reports" if passed else ""), details)
+
+
+def planted(form):
+    caught = []
+    for name in sorted(FRAMES):
+        ended = _changes(name, form, True)
+        if ended.status != 0 and "fault: " in ended.err:
+            caught.append(name)
+    return Result(len(caught) == len(FRAMES), "faults planted in %s were seen" % ", ".join(caught))
