@@ -74,7 +74,12 @@ class Server(object):
 def connect(path, greeting="\0R"):
     connection = socket.socket(socket.AF_UNIX)
     connection.settimeout(DEADLINE)
-    connection.connect(path)
+    end = time.time() + DEADLINE
+    while connection.connect_ex(path) != 0:
+        # Too many wait already to be taken.
+        if time.time() > end:
+            raise AssertionError("no connection to be had")
+        time.sleep(0.002)
     if greeting:
         connection.sendall(greeting)
     return connection
