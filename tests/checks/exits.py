@@ -35,12 +35,14 @@ class Late(object):
 
 
 class Timer(object):
+    """Fires for ever, and changes what handlers are told of."""
 
     def __init__(self):
         self.notifiee = ClockNotifiee(clock, _Kel.handle(self.tell))
         self.tell()
 
     def tell(self):
+        item.size = (item.size + 1) % 1000
         self.notifiee.timeMinProxy = clock.now + 0.0005
 
 
@@ -59,6 +61,7 @@ def thread_of(function):
     thread = threading.Thread(target=function)
     thread.daemon = True
     thread.start()
+    return thread
 
 
 item, other = acme.Item("one", 1), acme.Item("other", 2)
@@ -125,15 +128,15 @@ def main(way, seed):
         manager.start()
     elif loop == "python":
         thread_of(manager.run)
-    for _ in range(chance.choice([0, 1, 2])):
-        thread_of(writing)
+    writers = [thread_of(writing) for _ in range(chance.choice([0, 1, 2]))]
     sys.keep = watchers, timers
     time.sleep(chance.choice([0, 0.001, 0.01]))
     # A daemon thread that holds the activity lock as the process ends keeps it from ending: the
     # last wrappers wait for that lock. So those that write stop, but where nothing is torn down.
     if way not in ("_exit", "signal", "handler"):
         ended.set()
-        time.sleep(0.005)
+        for writer in writers:
+            writer.join()
     WAYS[way]()
 
 
