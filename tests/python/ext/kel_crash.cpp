@@ -40,7 +40,7 @@ void busError() {
 
 void divideByZero() {
    int volatile number = 1000;
-   int volatile const zero = 0;
+   int const volatile zero = 0;
    number = number / zero;
 }
 
