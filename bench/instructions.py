@@ -67,41 +67,60 @@ def count():
         kel_callgrind.end(name)
 
 
-def ours_in(path):
-    """(name, instructions inside of our libraries) of one file of callgrind's."""
-    name, objects, mine, total, skip = None, {}, False, 0, False
+def costs_in(path):
+    """(name, {(library, function): instructions}) of one file of callgrind's."""
+    name, libraries, functions, at, costs, skip = None, {}, {}, [None, None], {}, False
+
+    def known(names, text):
+        number, _, told = text.strip().partition(" ")
+        return names.setdefault(number, told)
+
     for line in open(path):
         if line.startswith("desc: Trigger: Client Request: "):
             name = line[len("desc: Trigger: Client Request: "):].strip()
         elif line.startswith("ob="):
-            number, _, known = line[3:].strip().partition(" ")
-            if known:
-                objects[number] = bool(OURS.search(known))
-            mine = objects[number]
+            at[0] = known(libraries, line[3:])
         elif line.startswith("cob="):
-            number, _, known = line[4:].strip().partition(" ")
-            if known:
-                objects[number] = bool(OURS.search(known))
+            known(libraries, line[4:])
+        elif line.startswith("fn="):
+            at[1] = known(functions, line[3:])
+        elif line.startswith("cfn="):
+            known(functions, line[4:])
         elif line.startswith("calls="):
             skip = True  # what the callee costs stands there too
         elif line[:1].isdigit() or line[:1] in "+-*":
-            if mine and not skip:
-                total += int(line.split()[1])
+            if not skip:
+                costs[tuple(at)] = costs.get(tuple(at), 0) + int(line.split()[1])
             skip = False
-    return name, total
+    return name, costs
+
+
+def ours(costs):
+    """The instructions inside of our libraries."""
+    return sum(cost for (library, _), cost in costs.items() if OURS.search(library))
 
 
 def measured():
-    """Instructions for each operation, by name."""
+    """{(library, function): instructions of all runs} of each operation, by name."""
     folder = tempfile.mkdtemp()
     pattern = os.path.join(folder, "counts")
     subprocess.check_call(
         ["valgrind", "--tool=callgrind", "--instr-atstart=no", "--callgrind-out-file=" + pattern,
          sys.executable, os.path.abspath(__file__), "--count"],
         stderr=open(os.path.join(folder, "log"), "w"))
-    counts = dict(ours_in(path) for path in glob.glob(pattern + ".*"))
+    counts = dict(costs_in(path) for path in glob.glob(pattern + ".*"))
     subprocess.check_call(["rm", "-r", folder])
-    return dict((name, total // TIMES) for name, total in counts.items() if name)
+    counts.pop(None, None)
+    return counts
+
+
+def show(costs):
+    """Prints what an operation costs in each function, the interpreter's and the system's included."""
+    print "%8s  %s" % ("each", "function")
+    for (library, function), cost in sorted(costs.items(), key=lambda item: -item[1]):
+        if cost >= TIMES:
+            print "%8d  %s (%s)" % (cost // TIMES, function, os.path.basename(library))
+    print "%8d  in all, %d of them ours" % (sum(costs.values()) // TIMES, ours(costs) // TIMES)
 
 
 def compare(now, then):
@@ -119,11 +138,17 @@ def compare(now, then):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--accept", action="store_true", help="write the figures of now")
+    parser.add_argument("--profile", metavar="NAME", help="what that operation costs in each function")
     parser.add_argument("--count", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()
     if options.count:
         return count()
-    now = measured()
+    costs = measured()
+    if options.profile:
+        if options.profile not in costs:
+            parser.error("the operations are: " + ", ".join(sorted(costs)))
+        return show(costs[options.profile])
+    now = dict((name, ours(of) // TIMES) for name, of in costs.items())
     if options.accept:
         with open(COMMITTED, "w") as out:
             json.dump(now, out, indent=1, sort_keys=True, separators=(",", ": "))

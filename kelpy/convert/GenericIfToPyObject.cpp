@@ -111,6 +111,20 @@ class RecentEnumNames {
 
 constinit RecentEnumNames recentEnumNames;
 
+// The value's bits, wherever it stands for a value of an enum type of that size.
+std::uint64_t enumBits( Kel::GenericIf const& gif, std::uint32_t size ) {
+   switch( size ) {
+   case 1:
+      return *gif.attrValPtr< std::uint8_t >();
+   case 2:
+      return *gif.attrValPtr< std::uint16_t >();
+   case 4:
+      return *gif.attrValPtr< std::uint32_t >();
+   default:
+      return *gif.attrValPtr< std::uint64_t >();
+   }
+}
+
 // The first constant of the value, in the iterator's order; null if there is none.
 template< class T >
 Kel::KelAttr constantOf( Kel::KelType const& type, T value ) {
@@ -200,7 +214,7 @@ PyObject* GenericIfEnumToPyObject( Kel::KelType const& type, T value ) {
    if( type.underlyingType() != Kel::kelType< T >() ) {
       type.throwEnumAttrWrongTypeException( Kel::kelType< T >() );
    }
-   auto const bits = static_cast< std::uint64_t >( value );
+   std::uint64_t const bits = static_cast< std::make_unsigned_t< T > >( value );
    PyObject* name = recentEnumNames.find( type, bits );
    if( !name ) {
       Kel::KelAttr const constant = constantOf( type, value );
@@ -233,6 +247,12 @@ PyObject* GenericIfToPyObject( Kel::Ptr< Kel::GenericIf > gif, bool useDefaultAt
    Kel::KelType const type = gif->type();
    if( type.module() == &Kel::_Kel_BuiltinType_kelModule ) {
       return builtinToPyObject( *gif, type );
+   }
+   if( type.isEnumType() ) {
+      if( PyObject* const name = recentEnumNames.find( type, enumBits( *gif, type.size() ) ) ) {
+         Py_INCREF( name );
+         return name;
+      }
    }
    if( type.hasOwnPtrInterface() && !gif->voidPtrIs( type ) ) {
       Py_RETURN_NONE;
