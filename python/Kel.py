@@ -4,7 +4,7 @@ import collections
 import ctypes
 import os
 import sys
-import types
+from types import ModuleType
 
 import _Kel
 from _KelLock import activityLock
@@ -13,7 +13,7 @@ from _KelReactions import Reaction, Timer, at, react, subscriptions
 
 __all__ = ["Allocation", "Mount", "Reaction", "Schema", "Timer", "Type", "Value", "activityLock",
            "allocations", "at", "entity", "load", "newInstance", "now", "react", "root", "run",
-           "subscriptions"]
+           "subscriptions", "types"]
 
 _loaded = {}
 
@@ -38,7 +38,7 @@ def load(name):
         _loaded[name] = ctypes.CDLL(path, mode=ctypes.RTLD_GLOBAL)
 
 
-class Schema(types.ModuleType):
+class Schema(ModuleType):
     """A module whose attributes are the classes of one namespace of runtime types.
 
     A class is made when it is first asked for: acme.Item is the class of the type Acme::Item.
@@ -47,6 +47,11 @@ class Schema(types.ModuleType):
     def __init__(self, name, namespace, doc=None):
         super(Schema, self).__init__(name, doc)
         self._namespace = namespace
+
+    def __dir__(self):
+        within = self._namespace + "::"
+        names = [name[len(within):] for name in _typeNames() if name.startswith(within)]
+        return sorted(set(self.__dict__).union(name for name in names if "::" not in name))
 
     def __getattr__(self, name):
         if name.startswith("_"):
@@ -74,6 +79,19 @@ class Schema(types.ModuleType):
 def Type(name):
     """The _Kel.KelType of that full name. Raises TypeError if there is none."""
     return _Kel.typeNode(name)
+
+
+def types(namespace=""):
+    """The _Kel.KelType of each registered type, or of each in that namespace, sorted by full name.
+
+    No class is made of any.
+    """
+    within = namespace + "::" if namespace else ""
+    return [_Kel.typeNode(name) for name in _typeNames() if name.startswith(within)]
+
+
+def _typeNames():
+    return _Kel.singleton("Kel::TypeRegistry").typeNames.splitlines()
 
 
 def newInstance(typeName, *args):

@@ -6,7 +6,7 @@ import Kel
 import acme
 import odd
 import _Kel
-from kel_testing import TestCase
+from kel_testing import TestCase, in_child
 
 
 class Types(TestCase):
@@ -17,6 +17,24 @@ class Types(TestCase):
     def test_the_repr_of_a_type_evaluates_to_it(self):
         kel_type = Kel.Type("Acme::Item")
         self.assertIs(eval(repr(kel_type), {"type": Kel.Type}), kel_type)
+
+    def test_the_types_of_a_namespace_are_listed_by_name(self):
+        names = [kel_type.fullTypeName for kel_type in Kel.types("Acme")]
+        self.assertEqual(names, sorted(names))
+        self.assertIn("Acme::Item", names)
+        self.assertEqual([name for name in names if not name.startswith("Acme::")], [])
+        every = [kel_type.fullTypeName for kel_type in Kel.types()]
+        self.assertTrue(set(names + ["U32", "Kel::Entity", "Odd::Node"]) <= set(every))
+
+    def test_dir_of_a_schema_has_all_its_types_and_makes_no_class(self):
+        done = in_child("""
+import acme
+print " ".join(name for name in dir(acme) if not name.startswith("_"))
+print "Item" in vars(acme)
+""")
+        self.assertEqual(
+            (done.out, done.err),
+            ("Badge Color Item Name Point Shelf Size StockItem Store Thing\nFalse\n", ""))
 
     def test_an_unknown_type_is_refused(self):
         self.assertRefused(
