@@ -23,7 +23,8 @@ file( CREATE_LINK ../../libKelPy.so ${CMAKE_BINARY_DIR}/package/_Kel.so SYMBOLIC
 install( FILES ${CMAKE_BINARY_DIR}/package/_Kel.so DESTINATION ${modules} )
 
 install( TARGETS kel-agent kel-eval RUNTIME DESTINATION bin )
-install( FILES tools/man/kel-agent.1 tools/man/kel-eval.1 DESTINATION share/man/man1 )
+install( PROGRAMS ${CMAKE_BINARY_DIR}/bin/kel-schema DESTINATION bin )
+install( FILES tools/man/kel-agent.1 tools/man/kel-eval.1 tools/man/kel-schema.1 DESTINATION share/man/man1 )
 
 configure_package_config_file( cmake/KelPyConfig.cmake.in ${CMAKE_BINARY_DIR}/package/KelPyConfig.cmake
    INSTALL_DESTINATION ${package} )

@@ -28,13 +28,16 @@ class Allocation(collections.namedtuple("Allocation", "objects bytes")):
 def load(name):
     """Loads lib<name>.so, which registers its types with the runtime as it loads.
 
-    The library is looked for beside this module and then where the system's loader looks.
-    Loading one twice does nothing. Raises OSError if there is none of that name.
+    The library is looked for beside this module and then where the system's loader looks; a name
+    with a slash is the path of the library itself. Loading one twice does nothing. Raises OSError if
+    there is none of that name.
     """
     if name not in _loaded:
-        file_name = "lib%s.so" % name
-        beside = os.path.join(os.path.dirname(os.path.abspath(__file__)), file_name)
-        path = beside if os.path.exists(beside) else file_name
+        path = name
+        if os.sep not in name:
+            file_name = "lib%s.so" % name
+            beside = os.path.join(os.path.dirname(os.path.abspath(__file__)), file_name)
+            path = beside if os.path.exists(beside) else file_name
         _loaded[name] = ctypes.CDLL(path, mode=ctypes.RTLD_GLOBAL)
 
 

@@ -2,7 +2,7 @@
 they print with what the page shows: run_console.py PAGE PROGRAMS. Status 1 if they differ.
 
 A line that begins with "$ " is a command, what follows up to the next is its output, in which "..."
-stands for anything. The first python block is at hand as the file that the page calls it.
+stands for anything. The first python block is at hand as the file that the page calls it, if it calls one.
 """
 
 import doctest
@@ -48,8 +48,10 @@ def main(page, programs):
     failures = 0
     try:
         os.mkdir(os.path.join(folder, "agents"))
-        with open(os.path.join(folder, re.search(r"`(\w+\.py)`:\n", text).group(1)), "w") as script:
-            script.write(blocks(text, "python")[0])
+        named = re.search(r"`(\w+\.py)`:\n", text)
+        if named:
+            with open(os.path.join(folder, named.group(1)), "w") as script:
+                script.write(blocks(text, "python")[0])
         wanted = commands(text)
         for (command, shown), got in map(None, wanted, outputs(wanted, folder, programs)[:len(wanted)]):
             if not doctest.OutputChecker().check_output(shown, got or "", FLAGS):

@@ -18,6 +18,7 @@ DEADLINE = 60  # seconds; far above what a program needs, for machines under loa
 _BIN = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(Kel.__file__))), "bin")
 AGENT = os.path.join(_BIN, "kel-agent")
 EVAL = os.path.join(_BIN, "kel-eval")
+SCHEMA = os.path.join(_BIN, "kel-schema")
 
 # For scripts that react; the runtime's own names are long.
 REACTORS = """

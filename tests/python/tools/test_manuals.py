@@ -5,7 +5,7 @@ import re
 import subprocess
 import unittest
 
-from programs import AGENT, EVAL, ProgramCase
+from programs import AGENT, EVAL, SCHEMA, ProgramCase
 
 MANUALS = os.path.normpath(
     os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../../tools/man"))
@@ -14,7 +14,7 @@ MANUALS = os.path.normpath(
 class Manuals(ProgramCase):
 
     def pages(self):
-        for program in AGENT, EVAL:
+        for program in AGENT, EVAL, SCHEMA:
             path = os.path.join(MANUALS, os.path.basename(program) + ".1")
             with open(path) as page:
                 yield program, path, page.read().replace("\\-", "-")
