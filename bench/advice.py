@@ -101,9 +101,8 @@ def measure(rounds, loops):
     found = []
     for title, before, after, each in ENTRIES:
         found.append(entry(title, before, after, turns(
-            [("before", before, names()), ("after", after, names())], rounds, max(1, loops // (4 * each)), each)))
-    alone = turns([("before", READS[0], names()), ("after", READS[1], names())], rounds,
-                  max(1, loops // 400), 100)
+            [("before", before, names()), ("after", after, names())], rounds, loops, each)))
+    alone = turns([("before", READS[0], names()), ("after", READS[1], names())], rounds, loops, 100)
     found.append(entry("hold the activity lock over many reads", READS[0], READS[1], alone))
     found.append(entry("the same while a thread of C++ is busy", READS[0], READS[1],
                        held(rounds, max(1, loops // 20)), "median"))

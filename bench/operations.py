@@ -19,13 +19,13 @@ CLASSES = 600
 class Row(object):
     """A statement of _Kel, one of everybody else, and where each finds its names.
 
-    It makes `each` operations and takes about as long as `slower` reads of an attribute.
+    It makes `each` operations.
     """
 
-    def __init__(self, title, statement, mine, theirs, kel_statement=None, slower=1, each=1, without=()):
+    def __init__(self, title, statement, mine, theirs, kel_statement=None, each=1, without=()):
         self.title, self.statement, self.kel_statement = title, statement, kel_statement or statement
         self.mine, self.theirs = mine, theirs
-        self.slower, self.each, self.without = slower, each, without
+        self.each, self.without = each, without
 
     def subjects(self, others):
         return [("kel", self.kel_statement, self.mine())] + [
@@ -33,7 +33,7 @@ class Row(object):
             if other.name not in self.without]
 
     def samples(self, others, rounds, loops):
-        return samples(self.subjects(others), rounds, max(1, loops // self.slower), self.each)
+        return samples(self.subjects(others), rounds, loops, self.each)
 
     def measure(self, others, rounds, loops):
         return dict((name, figure(ns)) for name, ns in self.samples(others, rounds, loops).items())
@@ -99,7 +99,7 @@ def attribute_rows():
         Row("pointer read and drop of its wrapper", "o.next", item, thing, "o.parent"),
         Row("method of two ints", "o.add(1, 2)", item, thing),
         Row("construct and destroy, 2 arguments", "C(%r, 1)" % TEXT, lambda: {"C": acme.Badge},
-            lambda other: {"C": other.Thing}, slower=4),
+            lambda other: {"C": other.Thing}),
         Row("U32 read, class 4 deep", "o.level", deep, lambda other: {"o": other.Deep4()}),
     ]
 
@@ -109,7 +109,7 @@ def collection_rows():
         Row("obj.coll[key], str to U32", "o.price['50']", lambda: store(100), owner(100)),
         Row("coll[key], collection held", "c['50']", lambda: store(100), owner(100)),
         Row("iterate, per key, 10^4", "for k in c: pass", lambda: store(KEYS), owner(KEYS),
-            slower=KEYS, each=KEYS),
+            each=KEYS),
     ]
 
 
@@ -117,15 +117,14 @@ def other_rows():
     return [
         Row("comparison of wrappers", "o == p", badge, thing),
         Row("hash of a wrapper", "hash(o)", badge, thing),
-        Row("repr of a wrapper", "repr(o)", badge, thing, slower=4),
+        Row("repr of a wrapper", "repr(o)", badge, thing),
         Row("sum of two values", "a + b", points,
-            lambda other: {"a": other.Point(1, 2), "b": other.Point(3, 4)}, slower=2),
-        Row("refused: a str for a U32", refused("o.level = 'five'"), badge, thing, slower=20,
+            lambda other: {"a": other.Point(1, 2), "b": other.Point(3, 4)}),
+        Row("refused: a str for a U32", refused("o.level = 'five'"), badge, thing,
             without=("plain class",)),
-        Row("refused: -1 for a U32", refused("o.level = -1"), badge, thing, slower=20,
+        Row("refused: -1 for a U32", refused("o.level = -1"), badge, thing,
             without=("plain class", "ctypes")),
-        Row("refused: a key that is not there", refused("c['none']"), lambda: store(100), owner(100),
-            slower=20),
+        Row("refused: a key that is not there", refused("c['none']"), lambda: store(100), owner(100)),
     ]
 
 
@@ -201,5 +200,5 @@ def measure(rounds, loops):
     """(title, figure in ns by subject) of each operation."""
     others = subjects.floors() + subjects.peers()
     found = [(row.title, row.measure(others, rounds, loops)) for row in rows()]
-    found.append(("U32 read, two Python threads", two_threads(others, rounds, max(1, loops // 4))))
+    found.append(("U32 read, two Python threads", two_threads(others, rounds, 2 * loops)))
     return found
