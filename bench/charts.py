@@ -29,6 +29,11 @@ SHAPES = {
 }
 
 
+def shown(value):
+    """What is no more than the noise of an empty loop still has a place."""
+    return max(1.0, value)
+
+
 class Axis(object):
     """A logarithmic axis from the power of ten below the least value to the one above the greatest."""
 
@@ -118,8 +123,8 @@ def dots(title, unit, rows, names):
     picture = Picture(title)
     picture.legend(names)
     labels = 300
-    axis = Axis([value for _, values in rows for value in values.values()], MARGIN + labels, WIDTH - MARGIN - 10,
-                (1, 2, 5))
+    axis = Axis([shown(value) for _, values in rows for value in values.values()], MARGIN + labels,
+                WIDTH - MARGIN - 10, (1, 2, 5))
     top, bottom = picture.y + 18, picture.y + 18 + ROW * len(rows)
     for tick in axis.ticks():
         picture.line([(axis.place(tick), top), (axis.place(tick), bottom)], PALE)
@@ -131,7 +136,7 @@ def dots(title, unit, rows, names):
         picture.text(MARGIN, y + 4, label)
         for name in reversed(names):
             if name in values:
-                picture.mark(axis.place(values[name]), y, name)
+                picture.mark(axis.place(shown(values[name])), y, name)
     picture.y = bottom
     return picture.svg()
 
@@ -152,8 +157,7 @@ class Panel(object):
         self.left, self.right = left, right
         numbers = set(at for points in self.curves.values() for at, _ in points)
         self.x = (Points if evenly else Axis)(numbers, left, right)
-        # What is no more than the noise of an empty loop still has a place.
-        values = [max(1.0, value) for points in self.curves.values() for _, value in points]
+        values = [shown(value) for points in self.curves.values() for _, value in points]
         self.y = Axis(values, self.bottom, self.top)
 
     def draw(self, names):
@@ -168,7 +172,7 @@ class Panel(object):
             picture.text(self.x.place(tick), self.bottom + 16, number(tick), 11, "middle")
         picture.text((self.left + self.right) / 2, self.bottom + 32, self.along, 11, "middle")
         for name in reversed([name for name in names if name in self.curves]):
-            points = [(self.x.place(at), self.y.place(max(1.0, value))) for at, value in self.curves[name]]
+            points = [(self.x.place(at), self.y.place(shown(value))) for at, value in self.curves[name]]
             picture.line(points, LOOK[name][0], 1.5)
             for x, y in points:
                 picture.mark(x, y, name)

@@ -6,16 +6,13 @@ and the change of instructions.json tells what a commit costs or gains.
 """
 
 import argparse
-import glob
 import json
 import os
-import re
-import subprocess
 import sys
-import tempfile
+
+import callgrind
 
 COMMITTED = os.path.join(os.path.dirname(os.path.abspath(__file__)), "instructions.json")
-OURS = re.compile(r"/lib(kel|KelPy|acme)\.so")
 TIMES = 400
 GROWTH = 1.03
 
@@ -67,51 +64,10 @@ def count():
         kel_callgrind.end(name)
 
 
-def costs_in(path):
-    """(name, {(library, function): instructions}) of one file of callgrind's."""
-    name, libraries, functions, at, costs, skip = None, {}, {}, [None, None], {}, False
-
-    def known(names, text):
-        number, _, told = text.strip().partition(" ")
-        return names.setdefault(number, told)
-
-    for line in open(path):
-        if line.startswith("desc: Trigger: Client Request: "):
-            name = line[len("desc: Trigger: Client Request: "):].strip()
-        elif line.startswith("ob="):
-            at[0] = known(libraries, line[3:])
-        elif line.startswith("cob="):
-            known(libraries, line[4:])
-        elif line.startswith("fn="):
-            at[1] = known(functions, line[3:])
-        elif line.startswith("cfn="):
-            known(functions, line[4:])
-        elif line.startswith("calls="):
-            skip = True  # what the callee costs stands there too
-        elif line[:1].isdigit() or line[:1] in "+-*":
-            if not skip:
-                costs[tuple(at)] = costs.get(tuple(at), 0) + int(line.split()[1])
-            skip = False
-    return name, costs
-
-
 def ours(costs):
     """The instructions inside of our libraries."""
-    return sum(cost for (library, _), cost in costs.items() if OURS.search(library))
-
-
-def measured():
-    """{(library, function): instructions of all runs} of each operation, by name."""
-    folder = tempfile.mkdtemp()
-    pattern = os.path.join(folder, "counts")
-    subprocess.check_call(
-        ["valgrind", "--tool=callgrind", "--instr-atstart=no", "--callgrind-out-file=" + pattern,
-         sys.executable, os.path.abspath(__file__), "--count"],
-        stderr=open(os.path.join(folder, "log"), "w"))
-    counts = dict(costs_in(path) for path in glob.glob(pattern + ".*"))
-    subprocess.check_call(["rm", "-r", folder])
-    counts.pop(None, None)
-    return counts
+    parts = callgrind.by_part(costs)
+    return parts["binding"] + parts["runtime"]
 
 
 def show(costs):
@@ -143,7 +99,7 @@ def main():
     options = parser.parse_args()
     if options.count:
         return count()
-    costs = measured()
+    costs = callgrind.counts(__file__)
     if options.profile:
         if options.profile not in costs:
             parser.error("the operations are: " + ", ".join(sorted(costs)))

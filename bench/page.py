@@ -12,6 +12,7 @@ import re
 import sys
 
 import charts
+from callgrind import PARTS
 
 DOCS = os.path.join(os.path.dirname(os.path.abspath(__file__)), os.pardir, "docs")
 SUBJECTS = ("kel", "floor", "same turns", "Cython", "SWIG", "pybind11", "ctypes", "plain class")
@@ -66,11 +67,9 @@ def operations(figures):
 
 def spread(figures):
     """How far the rounds of _Kel lie apart: half of them within so many percent of the median."""
-    parts = sorted(
-        (row["figures"]["kel"]["high"] - row["figures"]["kel"]["low"]) / row["figures"]["kel"]["median"] * 100
-        for row in figures["rows"] if "high" in row["figures"]["kel"])
-    above = sorted((row["figures"]["kel"]["median"] / row["figures"]["kel"]["least"] - 1) * 100
-                   for row in figures["rows"] if "high" in row["figures"]["kel"])
+    rows = [row["figures"]["kel"] for row in figures["rows"] if "high" in row["figures"]["kel"]]
+    parts = sorted((row["high"] - row["low"]) / charts.shown(row["median"]) * 100 for row in rows)
+    above = sorted((row["median"] / charts.shown(row["least"]) - 1) * 100 for row in rows)
     return ("Of `_Kel`'s rounds, the middle half lies within %.0f %% of the median in the median row, within %.0f %% "
             "in the worst; the median is %.0f %% above the least in the median row." % (
                 parts[len(parts) // 2], parts[-1], above[len(above) // 2]))
@@ -121,7 +120,7 @@ def advice(figures):
     for entry in figures["advice"]:
         before, after = [entry["figures"][name][entry["shown"]] for name in ("before", "after")]
         code = ["`%s`" % entry[name].replace("\n", "; ") for name in ("before", "after")]
-        rows.append([entry["title"]] + code + [short(before), short(after), "%.1f" % (before / after)])
+        rows.append([entry["title"]] + code + [short(before), short(after), "%.1f" % (before / charts.shown(after))])
     return table(["", "instead of", "write", "ns", "ns", "times as fast"], rows).replace("|---:|---:|", "|---|---|", 1)
 
 
@@ -130,9 +129,19 @@ def parts(figures):
                  [[title, short(figure["least"])] for title, figure in figures["parts"]])
 
 
+def instructions(figures):
+    rows = []
+    for entry in figures["instructions"]:
+        for name in ("kel", "floor", "same turns"):
+            found = entry["figures"][name]
+            counts = [found[part] for part in PARTS] + [sum(found.values())]
+            rows.append([entry["title"], TITLES.get(name, name)] + ["%d" % count for count in counts])
+    return table(["", "instructions"] + list(PARTS) + ["all"], rows).replace("|---|---:|", "|---|---|", 1)
+
+
 TABLES = {
-    "parts": parts, "machine": machine, "operations": operations, "spread": spread, "reactions": reactions,
-    "advice": advice,
+    "parts": parts, "instructions": instructions, "machine": machine, "operations": operations, "spread": spread,
+    "reactions": reactions, "advice": advice,
     "idle": lambda figures: curve_table(figures["idle threads"], ("kel", "floor"), "threads alive"),
     "members": lambda figures: curve_table(figures["members"], ("kel", "same turns", "dict"), "members"),
     "types": lambda figures: curve_table(figures["types"], ("kel", "floor", "dict", "plain class"), "types"),

@@ -8,6 +8,7 @@ import platform
 import sys
 
 import advice
+import callgrind
 import idle
 import memory
 import operations
@@ -15,6 +16,7 @@ import page
 import reactions
 import round_trips
 import scale
+import shares
 import subjects
 from subjects import NAMES, TITLES
 
@@ -72,10 +74,10 @@ def measure(options):
     rounds, loops = options.rounds, options.loops
     return {
         "machine": machine(options), "missing": subjects.missing(), "rows": rows(options),
-        "parts": operations.parts(rounds, loops), "idle threads": idle.measure(rounds, max(1, loops // 5)), "members": scale.members(options.few),
-        "types": scale.types(options.few), "depths": scale.depths(rounds, max(1, loops // 5)),
+        "parts": operations.parts(rounds, loops), "idle threads": idle.measure(rounds, loops),
+        "members": scale.members(options.some), "types": scale.types(options.some), "depths": scale.depths(rounds, loops),
         "advice": advice.measure(rounds, loops), "reactions": reactions.measure(options.few),
-        "round trips": round_trips.figures(options.few)}
+        "instructions": shares.measure(), "round trips": round_trips.figures(options.few)}
 
 
 def report_rows(figures):
@@ -106,6 +108,15 @@ def report_curves(entries, along):
                 "%10.0f" % entry["curves"][name][point]["least"] for point in points)
 
 
+def report_shares(entries):
+    print "\n%-60s" % "instructions" + "".join("%14s" % part for part in callgrind.PARTS) + "%14s" % "all"
+    for entry in entries:
+        for name in shares.SUBJECTS:
+            found = entry["figures"][name]
+            print "%-60s" % ("%s, %s" % (entry["title"], TITLES[name])) + "".join(
+                "%14d" % number for number in [found[part] for part in callgrind.PARTS] + [sum(found.values())])
+
+
 def report_advice(entries):
     print "\n%-60s%10s%10s" % ("ns, in one way and a quicker one", "", "")
     for entry in entries:
@@ -116,6 +127,7 @@ def report_advice(entries):
 def report(figures):
     report_rows(figures)
     report_parts(figures["parts"])
+    report_shares(figures["instructions"])
     report_curves(figures["idle threads"], "other threads alive")
     report_curves(figures["members"], "members of a collection")
     report_curves(figures["types"], "types")
@@ -129,16 +141,17 @@ def report(figures):
 
 def parsed():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--rounds", type=int, default=15)
-    parser.add_argument("--loops", type=int, default=5000, help="turns of a loop of twenty reads, a round")
+    # Short rounds, and many, so that there are some which nothing has interrupted.
+    parser.add_argument("--rounds", type=int, default=75)
+    parser.add_argument("--loops", type=int, default=1000, help="at most so many turns of a loop of twenty operations in a round")
     parser.add_argument("--json", help="write the figures to this file as well")
     parser.add_argument("--docs", action="store_true",
                         help="write docs/performance.json, its charts and the tables of docs/performance.md")
     parser.add_argument("--quick", action="store_true", help="whether all works; the figures mean nothing")
     options = parser.parse_args()
-    options.few = min(5, options.rounds)
+    options.some, options.few = min(15, options.rounds), min(5, options.rounds)
     if options.quick:
-        options.rounds, options.loops, options.few = 2, 5, 1
+        options.rounds, options.loops, options.some, options.few = 2, 5, 1, 1
         for module, values in QUICK.items():
             module.__dict__.update(values)
     return options

@@ -19,6 +19,15 @@ CURVES = ("idle threads", "members", "types", "depths")
 RUN = "import runpy, sys; sys.path[:0] = sys.argv[1:3]; sys.argv[1:3] = []; runpy.run_path(%r, run_name='__main__')"
 
 
+def with_numbers(figures, number):
+    """The same figures, but each of that number."""
+    if isinstance(figures, dict):
+        return dict((key, with_numbers(value, number)) for key, value in figures.items())
+    if isinstance(figures, list):
+        return [with_numbers(value, number) for value in figures]
+    return number if isinstance(figures, float) else figures
+
+
 class Bench(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -27,7 +36,7 @@ class Bench(unittest.TestCase):
         modules = os.environ["KEL_BENCH_MODULES"]
         python_path = os.pathsep.join([HERE, modules, os.environ["PYTHONPATH"]])
         cls.outcome = in_child(RUN % os.path.join(HERE, "run.py"), [HERE, modules, "--quick", "--json", path],
-                               {"PYTHONPATH": python_path}).expect(0)
+                               {"PYTHONPATH": python_path}, deadline=100).expect(0)
         with open(path) as source:
             cls.figures = json.load(source)
 
@@ -63,6 +72,13 @@ class Bench(unittest.TestCase):
             self.assertEqual(set(entry["figures"]), set(["before", "after"]))
             self.assertIn(entry["shown"], entry["figures"]["before"])
 
+    def test_instructions_are_those_of_the_part_that_makes_them(self):
+        for entry in self.figures["instructions"]:
+            mine, floor = entry["figures"]["kel"], entry["figures"]["floor"]
+            self.assertGreater(mine["binding"], 0, entry)
+            self.assertEqual((mine["extension"], floor["binding"], floor["runtime"]), (0, 0, 0), entry)
+            self.assertGreater(floor["extension"], 0, entry)
+
     def test_a_peer_is_measured_or_left_out_for_a_reason(self):
         left_out = self.figures["missing"]
         measured = set(self.figures["rows"][0]["figures"]) - set(["kel", "floor", "same turns"])
@@ -75,6 +91,13 @@ class Bench(unittest.TestCase):
         machine = self.figures["machine"]
         self.assertTrue(machine["processor"] and machine["processors"] and machine["versions"]["Python"])
         self.assertNotIn(os.uname()[1], json.dumps(machine).split('"'))
+
+    def test_the_page_and_its_charts_can_be_made_of_figures_that_noise_has_made_nothing(self):
+        for nothing in 0.0, -3.0:
+            figures = with_numbers(self.figures, nothing)
+            page.filled(page.contents(os.path.join(page.DOCS, "performance.md")), figures)
+            for draw in page.CHARTS.values():
+                self.assertNothingOutside(minidom.parseString(draw(figures).encode("utf-8")).documentElement)
 
     def test_the_page_and_its_charts_can_be_made_of_any_figures(self):
         made = page.filled(page.contents(os.path.join(page.DOCS, "performance.md")), self.figures)
