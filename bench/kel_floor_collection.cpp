@@ -145,8 +145,9 @@ PyObject* next( PyObject* self ) {
    return PyString_FromStringAndSize( key.data(), key.size() );
 }
 
-PyTypeObject walkType = { PyVarObject_HEAD_INIT( nullptr, 0 ) "kel_floor_collection.Walk",
-   sizeof( Walk ) };
+PyTypeObject walkType = {
+   .ob_refcnt = 1, .tp_name = "kel_floor_collection.Walk", .tp_basicsize = sizeof( Walk )
+};
 
 PyObject* iterate( PyObject* self ) {
    Turn turn;
@@ -165,9 +166,12 @@ PyObject* iterate( PyObject* self ) {
 PyMappingMethods mapping[] = { { nullptr, subscript, ass_subscript },
    { nullptr, subscriptSameTurns, assSubscriptSameTurns } };
 PyTypeObject collectionType[] = {
-   { PyVarObject_HEAD_INIT( nullptr, 0 ) "kel_floor_collection.Collection", sizeof( Collection ) },
-   { PyVarObject_HEAD_INIT( nullptr, 0 ) "kel_floor_collection.SameTurnsCollection",
-      sizeof( Collection ) },
+   { .ob_refcnt = 1,
+      .tp_name = "kel_floor_collection.Collection",
+      .tp_basicsize = sizeof( Collection ) },
+   { .ob_refcnt = 1,
+      .tp_name = "kel_floor_collection.SameTurnsCollection",
+      .tp_basicsize = sizeof( Collection ) },
 };
 
 template< int turns >
@@ -213,8 +217,8 @@ PyGetSetDef getset[2][2] = {
    { { priceName, price_get< 1 >, nullptr, nullptr, nullptr }, {} },
 };
 PyTypeObject ownerType[] = {
-   { PyVarObject_HEAD_INIT( nullptr, 0 ) "kel_floor_collection.Owner", sizeof( Owner ) },
-   { PyVarObject_HEAD_INIT( nullptr, 0 ) "kel_floor_collection.SameTurns", sizeof( Owner ) },
+   { .ob_refcnt = 1, .tp_name = "kel_floor_collection.Owner", .tp_basicsize = sizeof( Owner ) },
+   { .ob_refcnt = 1, .tp_name = "kel_floor_collection.SameTurns", .tp_basicsize = sizeof( Owner ) },
 };
 
 bool readyTypes() {

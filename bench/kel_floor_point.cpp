@@ -95,8 +95,8 @@ PyGetSetDef getset[] = {
 
 PyNumberMethods numbers[2];
 PyTypeObject types[] = {
-   { PyVarObject_HEAD_INIT( nullptr, 0 ) "kel_floor_point.Point", sizeof( FloorPoint ) },
-   { PyVarObject_HEAD_INIT( nullptr, 0 ) "kel_floor_point.SameTurns", sizeof( FloorPoint ) },
+   { .ob_refcnt = 1, .tp_name = "kel_floor_point.Point", .tp_basicsize = sizeof( FloorPoint ) },
+   { .ob_refcnt = 1, .tp_name = "kel_floor_point.SameTurns", .tp_basicsize = sizeof( FloorPoint ) },
 };
 
 bool readyTypes() {
