@@ -41,7 +41,15 @@ void Dir::EntityCollection::addMember( Ptr< Entity > const& entity ) {
       }
    }
    entity->parent_ = dir_;
-   Entities::addMember( entity );
+   try {
+      Entities::addMember( entity );
+   } catch( ... ) {
+      // Memory has run out; what did not get in must be free to come again.
+      if( get( entity->name() ) != entity ) {
+         entity->parent_ = nullptr;
+      }
+      throw;
+   }
 }
 
 bool Dir::EntityCollection::del( String const& name ) {
@@ -59,7 +67,13 @@ Dir::Dir( String name ) : Entity( std::move( name ) ), entities_( this ) {}
 
 Dir::~Dir() {
    for( auto it = entities_.iterator(); it; ++it ) {
-      takeOut( it.member().get() );
+      auto const entity = it.member();
+      try {
+         takeOut( entity.get() );
+      } catch( MemoryException const& ) {
+         // The full name that it had here is lost.
+         entity->parent_ = nullptr;
+      }
    }
 }
 

@@ -2,6 +2,7 @@
 
 #include <cxxabi.h>
 
+#include <new>
 #include <typeinfo>
 
 #include <kel/Assert.h>
@@ -13,9 +14,30 @@
 
 namespace {
 
+// A part of the text of a failure. Memory may be what has failed: then it says something else.
+class Part {
+ public:
+   template< class Make >
+   Part( Make make, char const* otherwise ) noexcept : otherwise_( otherwise ) {
+      try {
+         text_ = make();
+         otherwise_ = nullptr;
+      } catch( Kel::MemoryException const& ) {
+      } catch( std::bad_alloc const& ) {
+      }
+   }
+
+   char const* charPtr() const noexcept { return otherwise_ ? otherwise_ : text_.charPtr(); }
+
+ private:
+   Kel::String text_;
+   char const* otherwise_;
+};
+
 PyRef messageText( Kel::Exception const& exc, char const* prefix ) {
-   return PyRef::steal( PyString_FromFormat(
-      "%s%s(\"%s\")", prefix, Kel::demangle( typeid( exc ) ).charPtr(), exc.message().charPtr() ) );
+   Part const name( [&] { return Kel::demangle( typeid( exc ) ); }, typeid( exc ).name() );
+   return PyRef::steal(
+      PyString_FromFormat( "%s%s(\"%s\")", prefix, name.charPtr(), exc.message().charPtr() ) );
 }
 
 // The instance to raise; null with a Python error.
@@ -43,9 +65,14 @@ void attachBacktrace( PyObject* instance, Kel::Exception const& exc ) {
 
 void raiseErrno( Kel::ErrnoException const& exc, char const* prefix ) {
    KEL_ASSERT( !PyErr_Occurred() );
-   PyRef const args = PyRef::steal( Py_BuildValue(
-      "(iss)", exc.errnoValue(), errorString( exc.errnoValue() ).c_str(), exc.text().charPtr() ) );
-   PyErr_SetBacktrace( PyExc_OSError, exc, prefix, args.get() );
+   Part const text( [&] { return Kel::String( errorString( exc.errnoValue() ).c_str() ); }, "" );
+   PyRef const args = PyRef::steal(
+      Py_BuildValue( "(iss)", exc.errnoValue(), text.charPtr(), exc.text().charPtr() ) );
+   if( args ) {
+      PyErr_SetBacktrace( PyExc_OSError, exc, prefix, args.get() );
+   } else {
+      PyErr_SetObject( PyExc_OSError, nullptr );
+   }
 }
 
 // What a runtime exception becomes in Python.
@@ -96,17 +123,19 @@ void raiseUnknown( char const* prefix ) {
    std::type_info const* ti = abi::__cxa_current_exception_type();
    KEL_ASSERT( ti );
    KEL_ASSERT( !PyErr_Occurred() );
-   char const* const mangled = ti->name();
-   PyErr_Format( PyExc_Exception, "%sunknown C++ exception of type '%s'", prefix,
-      Kel::demangle( *mangled == '*' ? mangled + 1 : mangled ).charPtr() );
+   char const* const mangled = *ti->name() == '*' ? ti->name() + 1 : ti->name();
+   Part const name( [&] { return Kel::demangle( mangled ); }, mangled );
+   PyErr_Format( PyExc_Exception, "%sunknown C++ exception of type '%s'", prefix, name.charPtr() );
 }
 
-Kel::String subjectAndPrefix( Kel::KelType type, char const* prefix ) {
-   return Kel::_fmt( "%s: %s", type.fullTypeName(), prefix );
+Part subjectAndPrefix( Kel::KelType type, char const* prefix ) {
+   return Part( [&] { return Kel::_fmt( "%s: %s", type.fullTypeName(), prefix ); }, prefix );
 }
 
-Kel::String subjectAndPrefix( Kel::KelAttr attr, char const* prefix ) {
-   return Kel::_fmt( "%s.%s: %s", attr.scope().fullTypeName(), attr.name(), prefix );
+Part subjectAndPrefix( Kel::KelAttr attr, char const* prefix ) {
+   return Part(
+      [&] { return Kel::_fmt( "%s.%s: %s", attr.scope().fullTypeName(), attr.name(), prefix ); },
+      prefix );
 }
 
 } // namespace
