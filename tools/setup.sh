@@ -210,6 +210,42 @@ END
    mv "$folder/python" "$python27"
 }
 
+# The source of Debian 11's package of that name, unpacked into the folder. What apt reads for it is
+# its own, so that apt is left as it was.
+unpack_bullseye_source() {
+   local package=$1 folder=$2 uri keyring=/usr/share/keyrings/debian-archive-keyring.gpg
+   uri=$( debian_mirror )
+   [ -n "$uri" ] || return 1
+   mkdir -p "$folder/lists/partial"
+   echo "deb-src [signed-by=$keyring] $uri bullseye main" > "$folder/sources.list"
+   local options=( -qq -o "Dir::Etc::sourcelist=$folder/sources.list" -o Dir::Etc::sourceparts=-
+      -o "Dir::State::lists=$folder/lists" -o APT::Sandbox::User=root )
+   (
+      cd "$folder"
+      apt-get "${options[@]}" update && apt-get "${options[@]}" source --download-only "$package" \
+         && mkdir source && tar -xzf "$package"_*.orig.tar.gz -C source --strip-components 1
+   ) >> "$root/build/setup.log" 2>&1
+}
+
+# Sets `python27` to an interpreter without an allocator of its own, of which leak checkers see all:
+# built of Debian 11's source in build/python27-plain, which nothing but the checks uses.
+find_python27_plain() {
+   local folder=$root/build/python27-plain
+   python27=$folder/python2.7
+   [ -x "$python27" ] && return
+   need_packages make
+   say "building an interpreter without an allocator of its own"
+   rm -rf "$folder"
+   unpack_bullseye_source python2.7 "$folder" \
+      || fail "the source of Debian 11's Python 2.7 cannot be had; build/setup.log says why"
+   (
+      cd "$folder/source"
+      ./configure --without-pymalloc --enable-unicode=ucs4 OPT="-O1 -g -fwrapv" \
+         && make -j "$jobs"
+   ) > "$folder/build.log" 2>&1 || fail "it cannot be built; $folder/build.log says why"
+   ln -s source/python "$python27"
+}
+
 # All that building and testing needs.
 set_up() {
    mkdir -p "$root/build"

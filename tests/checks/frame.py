@@ -68,6 +68,11 @@ def dev(*arguments):
     return text
 
 
+def plain_interpreter():
+    """One without an allocator of its own, for leak checkers. Its first time takes some minutes."""
+    return dev("interpreter", "plain").splitlines()[-1]
+
+
 class Build(object):
     """A build of all that Python imports: "release", "asan", "tsan", or "checked", which is for
     Debian's debug interpreter. The interpreter may be another of the same sort."""
@@ -110,7 +115,11 @@ class Build(object):
 
     def run(self, arguments, seconds, **environment):
         """Runs the interpreter, in a session of its own that ends with it; gives how it Ended."""
-        return run_process([self.python, "-u"] + list(arguments), seconds,
+        return self.run_under([], arguments, seconds, **environment)
+
+    def run_under(self, tool, arguments, seconds, **environment):
+        """The same, with a tool of that command in front."""
+        return run_process(tool + [self.python, "-u"] + list(arguments), seconds,
                            self.environment(**environment))
 
     def ctest(self, arguments, seconds):
