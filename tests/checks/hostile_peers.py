@@ -1,7 +1,7 @@
 """Peers of all sorts upon one server, in a process of its own: hostile_peers.py TIMES PLANT.
 
 So many TIMES ten connections come, and a thousand idle ones, or fewer if TIMES is small. With a
-PLANT of "leak" the server keeps a descriptor of each connection.
+PLANT of "leak" the server opens a descriptor for each connection and keeps it.
 """
 
 import os
@@ -29,7 +29,7 @@ if %(plant)r == "leak":
     kept = []
     admits = _PyServerLoop.Loop._admits
     def leak(self, accepted):
-        kept.append(os.dup(accepted.fileno()))
+        kept.append(os.dup(0))
         return admits(self, accepted)
     _PyServerLoop.Loop._admits = leak
 server = PyServer.PyServer(socketName=%(path)r, port=0, idleLimit=600.0, frameLimit=%(frame)r,
