@@ -3,6 +3,7 @@
 #include <alloca.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -111,6 +112,18 @@ TEST( CrashReport, endsAtOnceOnAFaultInsideOfIt ) {
 // The hook's calls so far.
 int calls = 0;
 
+// A deadline of another signal than the report's own.
+void deadlineIsDeadly() {
+   alarm( 0 );
+   sigevent event = {};
+   event.sigev_notify = SIGEV_SIGNAL;
+   event.sigev_signo = SIGKILL;
+   timer_t timer = {};
+   timer_create( CLOCK_MONOTONIC, &event, &timer );
+   itimerspec const times = { .it_interval = {}, .it_value = { 20, 0 } };
+   timer_settime( timer, 0, &times, nullptr );
+}
+
 TEST( CrashReport, calledAgainAHookThatFaultedHasItsSay ) {
    Outcome const outcome = inChild( [] {
       printBacktraceFn = []( int fd ) {
@@ -129,6 +142,7 @@ TEST( CrashReport, calledAgainAHookThatFaultedHasItsSay ) {
 
 TEST( CrashReport, calledAgainAHookThatHungHasItsSay ) {
    Outcome const outcome = inChild( [] {
+      deadlineIsDeadly();
       signal( SIGALRM, SIG_IGN );
       sigset_t alarm;
       sigemptyset( &alarm );
@@ -150,6 +164,7 @@ TEST( CrashReport, calledAgainAHookThatHungHasItsSay ) {
 
 TEST( CrashReport, endsThoughItsHookHangsForGood ) {
    Outcome const outcome = inChild( [] {
+      deadlineIsDeadly();
       printBacktraceFn = []( int ) {
          for( ;; ) {
             pause();
