@@ -11,7 +11,7 @@ from frame import HERE, Build, Result
 
 NAME = "exit-storm"
 PASS = "the intended exit status each time, 1,000 times in the long form, 0 cores"
-SECONDS = {"short": 10, "long": 120}
+SECONDS = {"short": 5, "long": 90}
 
 TIMES = {"short": 6, "long": 125}  # of each way
 WAYS = {"end": 0, "exception": 1, "exit": 7, "_exit": 5, "signal": -15, "handled": 9,

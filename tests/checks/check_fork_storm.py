@@ -9,7 +9,7 @@ from stress_runs import Run
 
 NAME = "fork-storm"
 PASS = "0 hung children; in the long form of 10^4 forks of Python and 10^3 of native threads"
-SECONDS = {"short": 15, "long": 900}
+SECONDS = {"short": 5, "long": 480}
 
 THREADS = 4  # of each sort
 FORKS = {"short": (60, 15), "long": (2550, 260)}  # of each thread, about: of Python, native

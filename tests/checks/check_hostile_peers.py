@@ -10,7 +10,7 @@ from frame import HERE, Build, Result
 NAME = "hostile-peers"
 PASS = ("descriptors and threads back to start behind 10^4 connections, others served meanwhile, "
         "another user refused each time")
-SECONDS = {"short": 20, "long": 120}
+SECONDS = {"short": 10, "long": 90}
 
 TIMES = {"short": 60, "long": 1100}
 

@@ -11,7 +11,7 @@ from frame import HERE, Build, Result
 
 NAME = "import-handler-fork"
 PASS = "0 hangs in 10^4 rounds of the long form"
-SECONDS = {"short": 10, "long": 120}
+SECONDS = {"short": 5, "long": 60}
 
 ROUNDS = {"short": 500, "long": 5000}  # of each half
 ROUND_SECONDS = 30

@@ -15,7 +15,7 @@ from frame import HERE, PYTHON_TESTS, ROOT, Build, Result
 
 NAME = "lock-graph"
 PASS = "0 cycles but the documented one, 0 waits for the activity lock with the GIL held"
-SECONDS = {"short": 60, "long": 180}
+SECONDS = {"short": 30, "long": 75}
 
 FOLDERS = {"short": ("core", "notify", "server"), "long": ("*",)}
 TEST_SECONDS = 300

@@ -5,7 +5,7 @@ from stress_runs import Run
 
 NAME = "lock-stress"
 PASS = "done, counts right; in the long form over 10^6 operations, no wait of 1 s"
-SECONDS = {"short": 10, "long": 700}
+SECONDS = {"short": 5, "long": 700}
 
 THREADS = 10  # eight of Python, two native
 OPERATIONS = {"short": 10 ** 4, "long": 10 ** 6}

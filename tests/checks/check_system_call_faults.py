@@ -11,7 +11,7 @@ from frame import HERE, Build, Result
 
 NAME = "system-call-faults"
 PASS = "each ordinal times each fault reached; no crash, no hang, descriptors back to start"
-SECONDS = {"short": 20, "long": 60}
+SECONDS = {"short": 15, "long": 45}
 
 # Of the ordinals; which ones differs from fault to fault.
 STEPS = {"short": 2, "long": 1}

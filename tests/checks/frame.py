@@ -119,13 +119,18 @@ class Build(object):
 
     def run_under(self, tool, arguments, seconds, **environment):
         """The same, with a tool of that command in front."""
-        return run_process(tool + [self.python, "-u"] + list(arguments), seconds,
-                           self.environment(**environment))
+        environment = self.environment(**environment)
+        command = tool + [self.python, "-u"] + list(arguments)
+        if without_aslr(self.preset):
+            # Only behind the program that turns the randomisation off.
+            preload = "LD_PRELOAD=" + environment.pop("LD_PRELOAD")
+            command = without_aslr(self.preset) + ["env", preload] + command
+        return run_process(command, seconds, environment)
 
     def ctest(self, arguments, seconds):
         """Runs tests of a whole build; gives how ctest Ended."""
         dev("build", self.preset)
-        return run_process(_without_aslr(self.preset) + ["ctest", "--preset", self.preset] +
+        return run_process(without_aslr(self.preset) + ["ctest", "--preset", self.preset] +
                            list(arguments), seconds, dict(os.environ), folder=ROOT)
 
 
@@ -136,7 +141,7 @@ def _library(name, known={}):
     return known[name]
 
 
-def _without_aslr(preset):
+def without_aslr(preset):
     """The thread sanitizer wants its shadow memory where wide randomisation may put others."""
     if preset != "tsan":
         return []

@@ -265,7 +265,7 @@ def work(server, times):
     others.start()
     idlers = idle(server.path, min(1000, times))
     faults = in_threads([(function, server.path) for function in (silent, slow)
-                         for _ in range(SLOW_AT_ONCE)] , SLOW_AT_ONCE)
+                         for _ in range(SLOW_AT_ONCE)], SLOW_AT_ONCE)
     jobs = [(function, server.path) for _ in range(times) for function in QUICK]
     random.Random(5).shuffle(jobs)
     connections = len(jobs) + len(idlers) + 2 * SLOW_AT_ONCE
