@@ -27,8 +27,11 @@ namespace {
 
 constexpr Seconds past( 1 );
 
+// It lives on, and tests that wait for it without the lock must not touch its count.
 ActivityManager& manager() {
-   return *static_cast< ActivityManager* >( Entity::singleton( "Kel::ActivityManager" ).get() );
+   static auto* const it =
+      static_cast< ActivityManager* >( Entity::singleton( "Kel::ActivityManager" ).get() );
+   return *it;
 }
 
 class Reactor : public GenericIf::NotifieeConst {
