@@ -45,14 +45,20 @@ constinit std::atomic< int > resumed{ 0 };
 // The thread whose assertion is reported and whose SIGABRT is under way.
 constinit std::atomic< pid_t > assertionReporter{ 0 };
 
+// For this thread; gives the mask before.
+sigset_t unblock( int number ) {
+   sigset_t set, before;
+   sigemptyset( &set );
+   sigaddset( &set, number );
+   pthread_sigmask( SIG_UNBLOCK, &set, &before );
+   return before;
+}
+
 [[noreturn]] void dieBySignal( int number ) {
    struct sigaction action = {};
    action.sa_handler = SIG_DFL;
    sigaction( number, &action, nullptr );
-   sigset_t set;
-   sigemptyset( &set );
-   sigaddset( &set, number );
-   pthread_sigmask( SIG_UNBLOCK, &set, nullptr );
+   unblock( number );
    syscall( SYS_tgkill, getpid(), ::gettid(), number );
    _exit( 128 + number );
 }
@@ -65,7 +71,8 @@ constinit std::atomic< pid_t > assertionReporter{ 0 };
    dieBySignal( reportedSignal );
 }
 
-void onDeadline( int ) {
+void onDeadline( int number ) {
+   unblock( number ); // what goes on from here may hang, too
    endReport();
 }
 
@@ -76,12 +83,9 @@ class Deadline {
    Deadline() {
       struct sigaction action = {};
       action.sa_handler = onDeadline;
-      action.sa_flags = SA_ONSTACK | SA_NODEFER;
+      action.sa_flags = SA_ONSTACK;
       sigaction( SIGALRM, &action, &action_ );
-      sigset_t set;
-      sigemptyset( &set );
-      sigaddset( &set, SIGALRM );
-      pthread_sigmask( SIG_UNBLOCK, &set, &mask_ );
+      mask_ = unblock( SIGALRM );
       sigevent event = {};
       event.sigev_notify = SIGEV_THREAD_ID;
       event.sigev_signo = SIGALRM;
@@ -187,9 +191,12 @@ void onFatalSignal( int number, siginfo_t* info, void* context ) {
       return;
    }
    if( number != SIGABRT || assertionReporter != ::gettid() ) {
+      // A fault of the report's own must come back here even if it is of the same sort.
+      sigset_t const mask = unblock( number );
       enterReport( number );
       writeHead( fatal, info );
       writeStacks();
+      pthread_sigmask( SIG_SETMASK, &mask, nullptr );
       reporter = 0;
    }
    errno = savedErrno;
@@ -253,8 +260,7 @@ thread_local ThreadStack threadStack;
    installStack(); // stays to the end: destructors at exit may crash too
    struct sigaction action = {};
    action.sa_sigaction = onFatalSignal;
-   // A fault of the report's own must come back here even if it is of the same sort.
-   action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
+   action.sa_flags = SA_SIGINFO | SA_ONSTACK;
    for( FatalSignal& fatal : fatalSignals ) {
       sigaction( fatal.number, &action, &fatal.before );
    }
