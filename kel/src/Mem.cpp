@@ -54,7 +54,7 @@ std::size_t allocatedBytes( std::size_t size ) {
    if( size > memMaxBytes ) {
       return size;
    }
-   return std::max( ( size + memClassBytes - 1 ) & ~( memClassBytes - 1 ), memClassBytes );
+   return std::max( memClassOf( size ), std::size_t{ 1 } ) * memClassBytes + memClassBytes / 2;
 }
 
 } // namespace

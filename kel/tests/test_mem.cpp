@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -32,11 +34,20 @@ TEST( Mem, givesDistinctAlignedBlocksOfEverySize ) {
 #ifndef KEL_SANITIZED
 TEST( Mem, reusesABlockForAnySizeOfItsClass ) {
    memFree( memAlloc( 20 ), 20 ); // opens the thread's lists
-   void* block = memAlloc( 17 );
-   memFree( block, 17 );
-   void* again = memAlloc( 32 );
+   void* block = memAlloc( 25 );
+   memFree( block, 25 );
+   void* again = memAlloc( 40 );
    EXPECT_EQ( again, block );
-   memFree( again, 32 );
+   memFree( again, 40 );
+}
+
+TEST( Mem, takesBlocksThatTheCLibraryDoesNotPad ) {
+   for( std::size_t size : { 1, 24, 25, 40, 41, 56, 200, 248 } ) {
+      void* block = memAlloc( size );
+      EXPECT_GE( malloc_usable_size( block ), size );
+      EXPECT_LT( malloc_usable_size( block ), std::max( size, std::size_t{ 24 } ) + 16 ) << size;
+      memFree( block, size );
+   }
 }
 
 TEST( Mem, keepsAFreedBlockFromTheCLibrary ) {

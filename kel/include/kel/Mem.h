@@ -19,9 +19,13 @@ namespace Kel {
 
 namespace Impl {
 
+// The blocks of a class are as large as the C library's are anyway: 24 bytes, 40, 56 and so on.
 constexpr std::size_t memClassBytes = 16;
-constexpr std::size_t memMaxBytes = 256;
-constexpr std::size_t memClasses = memMaxBytes / memClassBytes + 1;
+constexpr std::size_t memMaxBytes = 248;
+constexpr std::size_t memClassOf( std::size_t size ) {
+   return ( size + memClassBytes / 2 - 1 ) / memClassBytes;
+}
+constexpr std::size_t memClasses = memClassOf( memMaxBytes ) + 1;
 
 struct MemBlock {
    MemBlock* next;
@@ -47,7 +51,7 @@ KEL_API void* memAllocSlow( std::size_t size );
 KEL_API void memFreeSlow( void* block, std::size_t size ) noexcept;
 
 inline MemList& memList( std::size_t size ) {
-   return memCache.lists[( size + memClassBytes - 1 ) / memClassBytes];
+   return memCache.lists[memClassOf( size )];
 }
 
 } // namespace Impl
