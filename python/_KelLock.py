@@ -5,7 +5,7 @@ import _Kel
 
 class activityLock(object):
     """Holds the activity lock for the length of a with statement, so that no other thread changes
-    the runtime there, and reads and writes within take no turn of it.
+    the runtime there.
 
     May be nested, and used where the thread has the lock already. Waits without the GIL.
     """
