@@ -13,6 +13,7 @@ char const description[] =
    "  kel-eval acme.shop -x 'price = 3'      runs statements\n"
    "  kel-eval acme.shop -x < change.py      the same, read from standard input\n"
    "  kel-eval acme.shop                     a prompt, as that of Python\n"
+   "  kel-eval acme.shop --backtrace         what its threads are doing\n"
    "  kel-eval --list                        which agents there are\n";
 
 char const footer[] =
@@ -44,6 +45,9 @@ void describe( CLI::App& app, EvalOptions& options, Words& words ) {
          "text", words.second, "What to evaluate; - or nothing takes it from standard input" )
       ->type_name( "TEXT" );
    app.add_flag( "-x,--exec", options.executes, "The text is statements, not an expression" );
+   app.add_flag( "--backtrace", options.showsStacks,
+         "Show the Python stacks of all threads of the agent, and who has the activity lock" )
+      ->excludes( "--exec" );
    app.add_flag( "--list", options.lists, "Show the live agents" );
    app.add_option( "--subsystem", target.agent.subsystem,
          "Tells apart agents of one name; by default $SUBSYSTEMID" )
@@ -88,10 +92,9 @@ std::string faultOfSocket( std::string const& path ) {
              : "";
 }
 
-// What the words mean by the options; a fault in one line, or nothing.
-std::string takeWords( EvalOptions& options, Words const& words ) {
+// Which server the words mean, and which text; a fault in one line, or nothing.
+std::string takeTarget( EvalOptions& options, Words const& words ) {
    Target& target = options.target;
-   options.waits = !words.waitsNot;
    if( options.lists ) {
       return words.first || target.socket || target.port ? "--list stands alone" : "";
    }
@@ -110,6 +113,19 @@ std::string takeWords( EvalOptions& options, Words const& words ) {
    }
    options.text = words.second;
    return faultOfAgent( target.agent, *words.first );
+}
+
+// What the words mean by the options; a fault in one line, or nothing.
+std::string takeWords( EvalOptions& options, Words const& words ) {
+   options.waits = !words.waitsNot;
+   std::string const fault = takeTarget( options, words );
+   if( fault.empty() && options.showsStacks ) {
+      if( options.text || options.lists ) {
+         return "--backtrace takes no text";
+      }
+      options.text = "__import__( '_KelStacks' ).text()";
+   }
+   return fault;
 }
 
 } // namespace

@@ -154,3 +154,30 @@ class Agents(ProgramCase):
                                  (["acme.shop", "--subsystem", "east.1"], "east"),
                                  (["acme.shop", "--subsystem", ""], "none")):
             self.assertEqual(self.eval(*(arguments + ["x"])).expect().out, value + "\n")
+
+
+class Stacks(ProgramCase):
+
+    def test_the_backtrace_shows_each_thread_and_the_owner_of_the_lock(self):
+        self.serving("""
+            import threading, time
+            def wait_here():
+                while True:
+                    time.sleep(0.01)
+            worker = threading.Thread(target=wait_here, name="worker")
+            worker.daemon = True
+            worker.start()
+        """)
+        shown = self.eval("acme.shop", "--backtrace").expect()
+        self.assertEqual(shown.err, "")
+        self.assertTrue(shown.out.startswith("thread MainThread"), shown.out)
+        worker = shown.out.partition("thread worker (most recent call last):\n")[2]
+        self.assertIn("script.py\", line 5, in wait_here\n", worker.partition("\nthread ")[0])
+        self.assertEqual(shown.out.count(", which tells this (most recent call last):\n"), 1)
+        self.assertIn("\nthe activity lock is ", shown.out)
+
+    def test_the_backtrace_takes_no_text(self):
+        for words in ["acme.shop", "--backtrace", "1"], ["--backtrace", "--list"]:
+            outcome = self.eval(*words).expect(2)
+            self.assertIn("--backtrace takes no text", outcome.err)
+        self.eval("acme.shop", "--backtrace", "-x").expect(2)
