@@ -26,6 +26,10 @@ install( TARGETS kel-agent kel-eval RUNTIME DESTINATION bin )
 install( PROGRAMS ${CMAKE_BINARY_DIR}/bin/kel-schema DESTINATION bin )
 install( FILES tools/man/kel-agent.1 tools/man/kel-eval.1 tools/man/kel-schema.1 DESTINATION share/man/man1 )
 
+# Where gdb looks for what belongs to a library, below its data folder; loaded with the library.
+install( FILES tools/gdb/kel_printers.py DESTINATION share/gdb/auto-load/\${CMAKE_INSTALL_PREFIX}/lib
+   RENAME $<TARGET_FILE_NAME:kel>-gdb.py )
+
 configure_package_config_file( cmake/KelPyConfig.cmake.in ${CMAKE_BINARY_DIR}/package/KelPyConfig.cmake
    INSTALL_DESTINATION ${package} )
 write_basic_package_version_file( ${CMAKE_BINARY_DIR}/package/KelPyConfigVersion.cmake

@@ -1,7 +1,7 @@
 # What ./dev needs from the machine: Debian packages and a Python 2.7. Sourced by ./dev, which sets `root`.
 # Installs only what is missing, says so in one line each, and keeps the details in build/setup.log.
 
-base_packages=( g++ cmake ninja-build libboost-dev nlohmann-json3-dev libgtest-dev libcli11-dev libedit-dev valgrind )
+base_packages=( g++ cmake ninja-build libboost-dev nlohmann-json3-dev libgtest-dev libcli11-dev libedit-dev valgrind gdb )
 bullseye_source=/etc/apt/sources.list.d/kel-bullseye.sources
 bullseye_pin=/etc/apt/preferences.d/kel-bullseye
 
