@@ -4,11 +4,13 @@ A subscription lives until it is cancelled, whether or not its token is kept; a 
 it has called its function. A token is a context manager, which cancels at its end.
 """
 
+import itertools
+
 import _Kel
 from _KelLock import activityLock
 
 _live = {}  # token: what keeps its runtime object; a dictionary keeps no order
-_count = [0]
+_numbers = itertools.count()
 
 
 def subscriptions():
@@ -19,8 +21,7 @@ def subscriptions():
 class _Token(object):
 
     def __init__(self):
-        _count[0] += 1
-        self._number = _count[0]
+        self._number = next(_numbers)
 
     @property
     def active(self):
