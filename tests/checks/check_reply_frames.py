@@ -7,6 +7,7 @@ the address sanitizer in the long form.
 
 import os
 import re
+import shutil
 import struct
 import tempfile
 
@@ -18,7 +19,8 @@ SECONDS = {"short": 30, "long": 1500}
 
 # Of the changes of two bits; the server's reader is written in Python.
 STEPS = {"short": {"reply": 1, "requests": 40}, "long": {"reply": 1, "requests": 1}}
-MUTATIONS = {"reply": 10 ** 6, "requests": 10 ** 6}
+MUTATIONS = 10 ** 6  # of each
+FINDINGS = os.path.join(ROOT, "build", "frames-")
 # One bit from the length of the reply stands for a result of just the buffer's size.
 OPTIONS = {"reply": struct.pack("<hBB", 106, 0, 0), "requests": struct.pack("BB", 0, 0)}
 FRAMES = {
@@ -51,11 +53,14 @@ def _mutate(name):
     dev("build", "fuzz", "--target", "fuzzers")
     program = os.path.join(ROOT, "build", "fuzz", "bin", "fuzz_" + name)
     corpus = os.path.join(ROOT, "tests", "fuzz", "corpus", name)
-    folder = tempfile.mkdtemp()
-    return run_process(
-        [program, folder, corpus, "-runs=%d" % MUTATIONS[name], "-max_len=8192", "-timeout=20",
-         "-rss_limit_mb=2048", "-malloc_limit_mb=64", "-artifact_prefix=" + folder + "/",
-         "-print_final_stats=1"], 3600, dict(os.environ))
+    found = tempfile.mkdtemp()
+    try:
+        return run_process(
+            [program, found, corpus, "-runs=%d" % MUTATIONS, "-max_len=8192", "-timeout=20",
+             "-rss_limit_mb=2048", "-malloc_limit_mb=64", "-artifact_prefix=" + FINDINGS,
+             "-print_final_stats=1"], 7200, dict(os.environ))
+    finally:
+        shutil.rmtree(found)
 
 
 def run(form):
