@@ -18,7 +18,7 @@ void FilterAttrs::set( String const& name, bool value ) {
    if( auto* const node = this->node( name ) ) {
       node->member_ = value;
    } else {
-      insert( new KelFilterAttr( name, value ) );
+      insert( std::make_unique< KelFilterAttr >( name, value ) );
    }
 }
 

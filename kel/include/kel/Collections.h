@@ -2,6 +2,7 @@
 // its kind; given an owner and an attribute id it notifies of each change. Activity lock.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -120,19 +121,20 @@ class KeyedCollection : public CollectionBase {
 
  protected:
    Node* node( Key const& key ) const { return static_cast< Node* >( map_.lookupNodeG( &key ) ); }
-   void insert( Node* node ) {
-      map_.newMemberG( node, &node->key() );
-      changed( node->key() );
-   }
+   void insert( std::unique_ptr< Node > node ) { changed( own( std::move( node ) ).key() ); }
    // All at once, and nobody is told.
    void memberDelAll() { map_._memberDelAll(); }
 
  private:
    void copyFrom( KeyedCollection const& other ) {
       for( auto it = other.iterator(); it; ++it ) {
-         auto* node = new Node( it.key(), it.member() );
-         map_.newMemberG( node, &node->key() );
+         own( std::make_unique< Node >( it.key(), it.member() ) );
       }
+   }
+   // The map owns the node once it has found room for it.
+   Node const& own( std::unique_ptr< Node > node ) {
+      map_.newMemberG( node.get(), &node->key() );
+      return *node.release();
    }
 
    static constexpr HashMap2018VTable vtable_ = HashMap2018VTable::Impl< Node, Key >::vtable();
@@ -169,7 +171,7 @@ class Map : public KeyedCollection< MapNode< K, M > > {
             this->changed( key );
          }
       } else {
-         this->insert( new MapNode< K, M >( key, member ) );
+         this->insert( std::make_unique< MapNode< K, M > >( key, member ) );
       }
    }
 };
@@ -242,7 +244,7 @@ class PtrMap : public KeyedCollection< PtrNode< P, keyOf > > {
             this->changed( node->key() );
          }
       } else {
-         this->insert( new PtrNode< P, keyOf >( member ) );
+         this->insert( std::make_unique< PtrNode< P, keyOf > >( member ) );
       }
    }
    // Adds an object that was made for this collection. Throws NameInUseException for a taken key.
@@ -250,7 +252,7 @@ class PtrMap : public KeyedCollection< PtrNode< P, keyOf > > {
       if( this->exist( std::invoke( keyOf, *member ) ) ) {
          throw NameInUseException( "the key of the new member is in use" );
       }
-      this->insert( new PtrNode< P, keyOf >( member ) );
+      this->insert( std::make_unique< PtrNode< P, keyOf > >( member ) );
    }
    P get( typename Base::Key const& key ) const {
       auto* member = this->find( key );

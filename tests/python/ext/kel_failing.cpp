@@ -84,14 +84,16 @@ PyObject* failingFormat( char const* format, ... ) {
    return result;
 }
 
+// What it takes over it has taken over, also where it fails.
 PyObject* failingBuild( char const* format, ... ) {
-   if( fails() ) {
-      return PyErr_NoMemory();
-   }
    va_list arguments;
    va_start( arguments, format );
    PyObject* const result = Py_VaBuildValue( format, arguments );
    va_end( arguments );
+   if( fails() ) {
+      Py_XDECREF( result );
+      return PyErr_NoMemory();
+   }
    return result;
 }
 
