@@ -6,6 +6,7 @@ of all rows only one in so many. Each row runs in a child, which the next alloca
 documented assertion ends the child alone. After a failure the row has to come out as before.
 """
 
+import gc
 import os
 import re
 import resource
@@ -15,6 +16,7 @@ import tempfile
 
 import kel_failing  # ahead of _Kel
 import _Kel
+import kel_hand
 import rows
 
 # Where nothing can be told to a caller, the process ends with one of these, as documented: an
@@ -40,6 +42,11 @@ def outcome(function):
     return None
 
 
+def live():
+    """How many runtime objects there are."""
+    return sum(kel_hand.live().values())
+
+
 def named(error):
     """Class and text. There has to be memory."""
     return ("", "") if error is None else (type(error).__name__, str(error))
@@ -56,6 +63,7 @@ def is_fine(found, usual):
 
 def tried(function, usual, number, for_ever):
     """(whether there is an allocation of that number, what is wrong or None)"""
+    before = live()
     kel_failing.arm(number, for_ever)
     found = outcome(function)
     asked, failed = kel_failing.disarm()
@@ -69,6 +77,8 @@ def tried(function, usual, number, for_ever):
         return True, "came to %s: %s when memory was back, not to %s" % (again + usual[:1])
     if _Kel.activityLockOwner() != 0:
         return True, "left the activity lock held"
+    if live() != before and (gc.collect(), live())[1] != before:
+        return True, "left %d runtime objects" % (live() - before)
     return True, None
 
 
