@@ -39,7 +39,13 @@ void Clock::NotifieeConst::timeMinIs( Seconds time ) {
    timers.remove( this );
    timeMin_ = time;
    if( time.value() != 0 && notifier() ) {
-      timers.add( this );
+      try {
+         timers.add( this );
+      } catch( ... ) {
+         // Without memory it waits for no time, and says so.
+         timeMin_ = Seconds( 0 );
+         throw;
+      }
       // A loop that waits does so until the time of the first.
       if( timers.isFirst( this ) ) {
          ActivityLoop::instance().wake();

@@ -12,9 +12,10 @@ class Later : public Kel::Clock::NotifieeConst {
  public:
    static void start( Ptr< Notes > notes, U32 value ) {
       auto later = Kel::newObject< Later >( std::move( notes ), value );
-      later->self_ = later;
       later->notifierIs( Kel::Clock::instance() );
       later->timeMinIs( Kel::Clock::instance()->now() );
+      // Last: what comes before may fail for want of memory.
+      later->self_ = later;
    }
 
    Later( Ptr< Notes > notes, U32 value ) : notes_( std::move( notes ) ), value_( value ) {}

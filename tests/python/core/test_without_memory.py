@@ -70,6 +70,41 @@ print "done"
 """
 
 
+TIMER = """
+import kel_failing  # ahead of the module
+import sys, _Kel
+
+Timer = _Kel.pyType(_Kel.typeNode("Kel::PyClockNotifiee"))
+fired, failures = [], 0
+timers = [Timer(_Kel.singleton("Kel::Clock"), _Kel.handle(lambda: fired.append(1)))
+          for _ in range(200)]
+for timer in timers:
+    for number in range(100):
+        kel_failing.arm(number, False)
+        try:
+            timer.timeMinProxy = 1.0
+        except (MemoryError, SystemError):
+            failures += 1
+        _, failed = kel_failing.disarm()
+        sys.exc_clear()
+        assert timer.timeMinProxy in (0.0, 1.0), timer.timeMinProxy
+        armed = timer.timeMinProxy == 1.0
+        _Kel.singleton("Kel::ActivityManager").runUntilIdle()
+        assert len(fired) == armed, (fired, armed)
+        del fired[:]
+        if not failed:
+            break
+assert failures
+print "done"
+"""
+
+
+class Timers(unittest.TestCase):
+
+    def test_one_whose_time_there_is_no_memory_for_waits_for_none(self):
+        self.assertEqual(in_child(TIMER).expect().out, "done\n")
+
+
 class Directory(unittest.TestCase):
 
     def test_an_entity_that_could_not_be_added_is_not_lost_nor_is_one_whose_directory_ends(self):
