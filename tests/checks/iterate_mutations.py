@@ -4,8 +4,8 @@
 
 A round is a random interleaving of iterators, insertions, deletions, clears and the end of the
 owner, by this thread and by another. Of a keyed collection each key that an iterator delivers is
-there at that moment, and one that was there all the time is delivered, once. An iterator ends, stays
-at its end, and fails in no other way.
+there at that moment, and one that was there all the time is delivered, once. An iterator ends,
+stays at its end, and fails in no other way.
 """
 
 import Queue
