@@ -134,6 +134,27 @@ TEST_F( Activity, lets_a_reactor_drop_itself_and_others_and_make_new_ones ) {
    EXPECT_EQ( seen, "xprice " );
 }
 
+TEST_F( Activity, reaches_those_behind_one_that_a_reactor_drops ) {
+   Ptr< Reactor > second;
+   auto const first = newObject< Reactor >( box, [&]( KelAttr, GenericIf const* ) {
+      seen += "x ";
+      second = nullptr;
+   } );
+   second = reactor();
+   auto const third = reactor();
+   object().priceIs( { 1 } );
+   manager().runUntilIdle();
+   EXPECT_EQ( seen, "x price " );
+}
+
+TEST_F( Activity, still_reaches_the_others_once_one_is_gone ) {
+   auto const first = reactor();
+   reactor(); // ends here
+   object().priceIs( { 1 } );
+   manager().runUntilIdle();
+   EXPECT_EQ( seen, "price " );
+}
+
 TEST_F( Activity, tells_notifiees_of_a_zombie_once ) {
    auto dir = newObject< Dir >( String( "d" ) );
    auto member = dir->createEntity( "Unit::Box", "m" );

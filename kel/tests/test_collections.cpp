@@ -64,6 +64,25 @@ TEST_F( Collection, finds_no_member_that_was_found_before_and_has_gone ) {
    EXPECT_FALSE( map.exist( 2 ) );
 }
 
+TEST_F( Collection, tells_keys_of_one_hash_apart ) {
+   using Node = MapNode< U32, U32 >;
+   using Impl = HashMap2018VTable::Impl< Node, U32 >;
+   constexpr HashMap2018VTable oneHash = { []( void const* ) -> std::size_t { return 7; },
+      Impl::holdsKey, Impl::deleteNode };
+   HashMap2018Generic map( &oneHash, 1u, false );
+   U32 const keys[] = { 1, 2, 3 };
+   auto* const first = new Node( keys[0], 10 );
+   auto* const second = new Node( keys[1], 20 );
+   map.newMemberG( first, &keys[0] );
+   map.newMemberG( second, &keys[1] );
+   EXPECT_EQ( map.lookupNodeG( &keys[0] ), first );
+   EXPECT_EQ( map.lookupNodeG( &keys[1] ), second );
+   EXPECT_EQ( map.lookupNodeG( &keys[2] ), nullptr );
+   map.deleteMemberG( first );
+   EXPECT_EQ( map.lookupNodeG( &keys[0] ), nullptr );
+   EXPECT_EQ( map.lookupNodeG( &keys[1] ), second );
+}
+
 TEST_F( Collection, that_instantiates_makes_its_members_under_their_own_key ) {
    KelAttr made = attr( box, "made" );
    auto member = made.genericIfSet( box, ArgVector{ text( "x" ) } );

@@ -3,6 +3,7 @@
 #include <alloca.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -266,6 +267,20 @@ TEST_F( EarlierHandler, thatReturnsFindsTheAlarmAsItWas ) {
 TEST_F( EarlierHandler, thatIgnoresASentSignalKeepsItIgnored ) {
    whichIs( "ignore" );
    EXPECT_EXIT( raiseTwice(), testing::ExitedWithCode( 3 ), "^$" );
+}
+
+// As the processor's own fault arrives.
+[[noreturn]] void fault( int number ) {
+   siginfo_t info = {};
+   info.si_signo = number;
+   info.si_code = FPE_INTDIV;
+   syscall( SYS_rt_tgsigqueueinfo, getpid(), syscall( SYS_gettid ), number, &info );
+   _exit( 3 );
+}
+
+TEST_F( EarlierHandler, thatIgnoresASignalLetsAFaultEndTheProcess ) {
+   whichIs( "ignore" );
+   EXPECT_EXIT( fault( SIGFPE ), testing::KilledBySignal( SIGFPE ), "^fatal signal 8 " );
 }
 
 #ifndef KEL_SANITIZED // they have stacks and limits of their own

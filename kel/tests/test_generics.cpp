@@ -176,9 +176,23 @@ TEST_F( Generics, hash_and_print_values_by_their_attributes ) {
         c = generic( Pair{ "x", {} } );
    EXPECT_EQ( a->hash(), b->hash() );
    EXPECT_NE( a->hash(), c->hash() );
+   EXPECT_NE( a->hash(), generic( Pair{ "y", 1 } )->hash() );
    EXPECT_EQ( c->strRep(), String( "Unit::Pair(name=x, count=None)" ) );
    EXPECT_EQ( generic( Money{ 0x80000001u } )->hash(), 0x80000001u );
    EXPECT_EQ( box->strRep(), String( "entity('box')" ) );
+}
+
+TEST_F( Generics, of_built_in_types_have_texts_and_an_order ) {
+   EXPECT_EQ( generic( true )->strRep(), String( "true" ) );
+   EXPECT_EQ( generic( false )->strRep(), String( "false" ) );
+   EXPECT_EQ( generic( char( 'x' ) )->strRep(), String( "x" ) );
+   EXPECT_EQ( generic( 0.5 )->strRep(), String( "0.5" ) );
+   KelType const number = kelType< U32 >();
+   auto const two = generic( U32( 2 ) ), three = generic( U32( 3 ) );
+   EXPECT_TRUE( number.genericIfBooleanOp( two, AttributeOp::operatorLess_, three ) );
+   EXPECT_FALSE( number.genericIfBooleanOp( three, AttributeOp::operatorLess_, two ) );
+   EXPECT_FALSE( number.genericIfBooleanOp( two, AttributeOp::operatorLess_, two ) );
+   EXPECT_TRUE( number.genericIfBooleanOp( two, AttributeOp::operatorEqual_, two ) );
 }
 
 TEST_F( Generics, end_the_object_with_the_last_view ) {

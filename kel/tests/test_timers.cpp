@@ -147,6 +147,16 @@ TEST_F( Timers, refuse_a_time_that_is_no_number_and_keep_the_one_they_have ) {
    EXPECT_EQ( run(), std::vector< int >{ 2 } );
 }
 
+TEST_F( Timers, are_passed_over_while_their_notifications_are_off ) {
+   auto const silent = timer( 1, past );
+   auto const other = timer( 2, past );
+   silent->hasNotificationActiveIs( false );
+   EXPECT_EQ( run(), std::vector{ 2 } );
+   silent->hasNotificationActiveIs( true );
+   silent->timeMinIs( Seconds( past ) );
+   EXPECT_EQ( run(), std::vector{ 1 } );
+}
+
 TEST_F( Timers, wait_for_a_clock ) {
    auto const made = timer( 1 );
    made->notifierIs( nullptr );

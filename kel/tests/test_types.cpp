@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <string_view>
+
 #include <kel/Activity.h>
 #include <kel/Exception.h>
 #include <kel/TypeImpl.h>
@@ -31,6 +34,13 @@ TEST( Types, are_found_by_their_full_names_without_a_lock ) {
    EXPECT_STREQ( kelType< Box >().fullTypeName(), "Unit::Box" );
    EXPECT_THROW( typeNode( "Unit::Nothing" ), NoTypeNodeException );
    EXPECT_FALSE( typeNodeOrNull( "Unit::Nothing" ) );
+}
+
+TEST( Types, are_listed_in_the_order_of_their_names ) {
+   auto const names = typeNames();
+   std::vector< std::string_view > const texts( names.begin(), names.end() );
+   EXPECT_TRUE( std::is_sorted( texts.begin(), texts.end() ) );
+   EXPECT_TRUE( std::binary_search( texts.begin(), texts.end(), "Unit::Box" ) );
 }
 
 TEST( Types, have_the_names_and_indices_of_the_built_in_ones ) {
