@@ -5,6 +5,7 @@ compiled, its library linked, and the tests that the row names are run. The shor
 whether each row still fits the source.
 """
 
+import glob
 import json
 import multiprocessing
 import os
@@ -22,9 +23,10 @@ SECONDS = {"short": 1, "long": 3600}
 
 COPY = os.path.join(frame.ROOT, "build", "mutants")
 BUILD = os.path.join(COPY, "build", "release")
+PRISTINE = ".pristine"
 TARGETS = ("importable", "kel_tests", "kelpy_tests")
 # Of the tests that one change is given to. One that makes a test hang is caught by that.
-TEST_SECONDS = 240
+TEST_SECONDS = 120
 # Nobody looks at the code, so it may be made fast. A change may leave something unused.
 FLAGS = " -O0 -g0 -w"
 PLANTED = (
@@ -74,7 +76,7 @@ class Library(object):
         self.link = [line for line in lines.splitlines() if " -shared " in line][-1]
         output = re.search(r" -o (\S+)", self.link).group(1)
         self.path = os.path.join(BUILD, output)
-        self.pristine = self.path + ".pristine"
+        self.pristine = self.path + PRISTINE
 
     def keep(self):
         shutil.copy2(self.path, self.pristine)
@@ -87,6 +89,9 @@ class Library(object):
 
 class Mutator(object):
     def __init__(self):
+        # Of a run that was cut off in the middle of a change.
+        for pristine in glob.glob(os.path.join(BUILD, "python", "*" + PRISTINE)):
+            os.rename(pristine, pristine[:-len(PRISTINE)])
         _copy_tree()
         built = frame.run_process(
             [os.path.join(COPY, "dev"), "build", "release"] +
