@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <langinfo.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <cerrno>
 #include <clocale>
 #include <cstdio>
+#include <cstring>
 #include <cwchar>
 
 namespace {
@@ -104,6 +106,15 @@ std::string commonStart( std::vector< std::string > const& names ) {
    return start;
 }
 
+// The locale of the environment, for the editor, which drops what the locale has no character for.
+// One that knows ASCII alone, as where none is set, makes way for UTF-8.
+void setCharacters() {
+   std::setlocale( LC_CTYPE, "" );
+   if( std::strcmp( nl_langinfo( CODESET ), "ANSI_X3.4-1968" ) == 0 ) {
+      std::setlocale( LC_CTYPE, "C.UTF-8" );
+   }
+}
+
 } // namespace
 
 LineEditor::LineEditor( std::string historyFile, Complete complete )
@@ -111,7 +122,7 @@ LineEditor::LineEditor( std::string historyFile, Complete complete )
      complete_( std::move( complete ) ),
      editor_( nullptr, el_end ),
      history_( history_init(), history_end ) {
-   std::setlocale( LC_CTYPE, "" );
+   setCharacters();
    editor_.reset( el_init( "kel-eval", stdin, stdout, stderr ) );
    HistEvent event;
    history( history_.get(), &event, H_SETSIZE, historyLines );

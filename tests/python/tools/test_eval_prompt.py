@@ -88,6 +88,7 @@ class Prompt(ProgramCase):
     def setUp(self):
         super(Prompt, self).setUp()
         self.env["TERM"] = "xterm"
+        self.env["LC_ALL"] = "C"  # in which a machine without a locale is
         self.service = self.serving("""
             import time, acme
             item = acme.Item("apple", 7)
