@@ -95,6 +95,10 @@ class Running(unittest.TestCase):
     def test_commands_find_the_files_that_the_page_shows(self):
         self.assertEqual(self.status("`it.py`:\n\n" + fence("python", "x = 1") + fence("console", "$ cat it.py\nx = 1"))[0], 0)
 
+    def test_that_a_client_has_to_wait_for_its_agent_is_no_difference(self):
+        waits = "[PyServer a.b not responding, still trying -- is it running?]"
+        self.assertEqual(self.status(fence("console", "$ echo '%s'; echo 1\n1" % waits))[0], 0)
+
     def test_cpp_that_the_build_does_not_compile_is_found(self):
         self.assertEqual(self.status(fence("cpp", "f();"), "", "page.md")[0], 0)
         self.assertEqual(self.status(fence("cpp", "f();"))[0], 1)
