@@ -13,7 +13,7 @@ from _KelReactions import Reaction, Timer, at, react, subscriptions
 
 __all__ = ["Allocation", "Mount", "Reaction", "Schema", "Timer", "Type", "Value", "activityLock",
            "allocations", "at", "entity", "load", "newInstance", "now", "react", "root", "run",
-           "subscriptions", "types"]
+           "subscriptions", "types", "watchdog"]
 
 _loaded = {}
 
@@ -159,6 +159,16 @@ def run(untilIdle=False):
         manager.runUntilIdle()
     else:
         manager.run()
+
+
+def watchdog(seconds):
+    """Tells on standard error who holds the activity lock for longer than that, and when that ends.
+
+    Told is the thread, with its stack in Python and in C++, and the threads that wait for the lock
+    with theirs, by a thread of the runtime's that needs neither the lock nor the GIL. 0 turns it
+    off. A forked child is not watched.
+    """
+    _Kel.singleton("Kel::Watchdog").seconds = seconds
 
 
 def allocations():

@@ -33,6 +33,8 @@ class SafeText {
    }
 
    void endLine() { text_[length_++] = '\n'; }
+   // For those who want a string of C.
+   void endText() { text_[length_] = '\0'; }
 
    char const* data() const { return text_; }
    std::size_t length() const { return length_; }

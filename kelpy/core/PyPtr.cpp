@@ -3,6 +3,7 @@
 #include <kel/Assert.h>
 #include <kel/Backtrace.h>
 #include <kel/Fork.h>
+#include <kel/Watchdog.h>
 #include <kelpy/classes/PyGenericIfAttrDescriptor.h>
 #include <kelpy/classes/PyGenericIfClass.h>
 #include <kelpy/classes/SlotTables.h>
@@ -13,6 +14,7 @@
 #include <kelpy/diagnostics/PyBacktrace.h>
 #include <kelpy/diagnostics/PyProcTitle.h>
 #include <kelpy/diagnostics/PySigint.h>
+#include <kelpy/diagnostics/PyThreadStack.h>
 #include <kelpy/diagnostics/PyTrace.h>
 #include <kelpy/notify/PyActivity.h>
 #include <kelpy/notify/PyCallback.h>
@@ -146,6 +148,7 @@ void init_Kel() {
    chainSigint();
    KEL_ASSERT( !printBacktraceFn );
    printBacktraceFn = printPythonBacktrace;
+   printThreadStackFn = printPythonThreadStack;
    try {
       Kel::initializeAtForkHandler();
       Kel::registerAtForkHandler( prepareGilAndActivityLockPosix, postGilFork, postGilFork, 10 );

@@ -8,6 +8,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include <kel/Exception.h>
+#include <kel/Lock.h>
+#include <kel/Watchdog.h>
+
 #include "../common/CommandLine.h"
 #include "AgentLoop.h"
 #include "EndSignals.h"
@@ -47,6 +51,17 @@ bool setTitle( AgentOptions const& options ) {
    return static_cast< bool >(
       PyRef::steal( PyObject_CallMethod( module.get(), const_cast< char* >( "setproctitle" ),
          const_cast< char* >( "ss" ), "kel-agent", options.name.display().c_str() ) ) );
+}
+
+// Why there is none, in one line; empty if all is well.
+std::string startWatchdog( double seconds ) {
+   try {
+      Kel::LockAnchor const locked( Kel::activityLock() );
+      Kel::Watchdog::instance()->secondsIs( Kel::Seconds( seconds ) );
+   } catch( Kel::Exception const& exception ) {
+      return exception.message().stdString();
+   }
+   return "";
 }
 
 bool isInterruption() {
@@ -92,6 +107,9 @@ int runAgent( AgentOptions const& options ) {
    }
    std::string const modules = modulesFolder();
    if( std::string const fault = loadSchemas( options.schemas, modules ); !fault.empty() ) {
+      return complain( "kel-agent", fault, failedStatus );
+   }
+   if( std::string const fault = startWatchdog( options.watchdog ); !fault.empty() ) {
       return complain( "kel-agent", fault, failedStatus );
    }
    Interpreter python( modules );

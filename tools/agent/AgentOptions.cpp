@@ -49,6 +49,10 @@ std::optional< int > parseAgentOptions( int argc, char** argv, AgentOptions& opt
       ->check( CLI::Range( 0, 65535 ).description( "" ) );
    app.add_flag(
       "--title", options.title, "Show the agent's name as the title of the process, as in ps" );
+   app.add_option( "--watchdog", options.watchdog,
+         "Tell on standard error who holds the activity lock for longer than that, with stacks" )
+      ->type_name( "SECONDS" )
+      ->check( CLI::Range( 0.0, 1e9 ).description( "" ) );
    app.add_option( "script", options.script, "The script, then the arguments that it gets" )
       ->type_name( "SCRIPT [ARG...]" );
    if( auto const status = parseCommandLine( app, argc, argv ) ) {

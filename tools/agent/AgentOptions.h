@@ -13,6 +13,7 @@ struct AgentOptions {
    std::optional< std::string > socket;
    std::optional< int > port;
    bool title = false;
+   double watchdog = 0;               // seconds; 0 for none
    std::vector< std::string > script; // with its arguments; empty for none
 };
 
