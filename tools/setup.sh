@@ -1,7 +1,8 @@
 # What ./dev needs from the machine: Debian packages and a Python 2.7. Sourced by ./dev, which sets `root`.
 # Installs only what is missing, says so in one line each, and keeps the details in build/setup.log.
 
-base_packages=( g++ cmake ninja-build libboost-dev nlohmann-json3-dev libgtest-dev libcli11-dev libedit-dev valgrind gdb )
+base_packages=( g++ cmake ninja-build libboost-dev libgtest-dev libcli11-dev libedit-dev )
+test_packages=( valgrind gdb make pkg-config )
 bullseye_source=/etc/apt/sources.list.d/kel-bullseye.sources
 bullseye_pin=/etc/apt/preferences.d/kel-bullseye
 
@@ -246,9 +247,15 @@ find_python27_plain() {
    ln -s source/python "$python27"
 }
 
-# All that building and testing needs.
+# All that building needs.
 set_up() {
    mkdir -p "$root/build"
    need_packages "${base_packages[@]}"
    find_python27
+}
+
+# What tests and checks want beside it; a machine that is to run none goes without.
+set_up_tests() {
+   set_up
+   need_packages "${test_packages[@]}"
 }

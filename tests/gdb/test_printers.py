@@ -5,6 +5,7 @@ import re
 import subprocess
 import sys
 import unittest
+from distutils.spawn import find_executable
 
 PRINTERS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../tools/gdb/kel_printers.py")
 
@@ -20,9 +21,14 @@ def under_gdb(commands, *program):
     lines = ["set confirm off", "set pagination off", "set breakpoint pending on",
              "set debuginfod enabled off", "source " + PRINTERS] + commands
     arguments = [part for line in lines for part in ("-ex", line)]
-    child = subprocess.Popen([os.environ["GDB"], "-nx", "-batch"] + arguments + ["--args"] + list(program),
+    child = subprocess.Popen(["gdb", "-nx", "-batch"] + arguments + ["--args"] + list(program),
                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     return child.communicate()[0]
+
+
+def setUpModule():
+    if not find_executable("gdb"):
+        raise unittest.SkipTest("there is no gdb")
 
 
 class OfTheRuntime(unittest.TestCase):
