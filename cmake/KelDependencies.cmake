@@ -9,11 +9,6 @@ if( NOT TARGET Boost::headers )
    message( FATAL_ERROR "Boost's headers are missing. ${advice} libboost-dev" )
 endif()
 
-find_package( nlohmann_json QUIET )
-if( NOT nlohmann_json_FOUND )
-   message( FATAL_ERROR "nlohmann's JSON library is missing. ${advice} nlohmann-json3-dev" )
-endif()
-
 find_package( GTest QUIET )
 if( NOT GTest_FOUND )
    message( FATAL_ERROR "GoogleTest is missing. ${advice} libgtest-dev" )

@@ -39,7 +39,8 @@ PyRef libraryFolder() {
 void addToPath( std::string const& folder ) {
    PyObject* const path = PySys_GetObject( const_cast< char* >( "path" ) );
    PyRef const name = PyRef::steal( PyString_FromString( folder.c_str() ) );
-   if( path && name && PyList_Check( path ) ) {
+   // Installed where Python looks anyway, it keeps its place.
+   if( path && name && PyList_Check( path ) && PySequence_Contains( path, name.get() ) == 0 ) {
       PyRef const library = libraryFolder();
       Py_ssize_t const found = library ? PySequence_Index( path, library.get() ) : -1;
       PyList_Insert( path, found < 0 ? PyList_GET_SIZE( path ) : found, name.get() );
@@ -76,7 +77,8 @@ void endLine() {
 
 std::string modulesFolder() {
    std::string const own = ownFolder();
-   for( char const* place : { "/../lib/python2.7/site-packages", "/../python" } ) {
+   for( char const* place :
+      { "/../lib/python2.7/site-packages", "/../lib/python2.7/dist-packages", "/../python" } ) {
       std::string const folder = own + place;
       if( access( ( folder + "/PyServer.py" ).c_str(), R_OK ) == 0 ) {
          char resolved[PATH_MAX];
