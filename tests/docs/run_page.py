@@ -58,8 +58,9 @@ def scripts_fail(text, folder):
 
 def environment(folder, programs=None):
     result = dict(os.environ, KELC_AGENTS_DIR=os.path.join(folder, "agents"), HOME=folder)
-    if programs:
-        result["PATH"] = programs + os.pathsep + result["PATH"]
+    # `python2.7` is the one that runs this.
+    result["PATH"] = os.pathsep.join(
+        filter(None, [programs, os.path.dirname(sys.executable), result["PATH"]]))
     return result
 
 
