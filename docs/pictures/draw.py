@@ -3,7 +3,8 @@
 
 With --check nothing is written; the exit status tells whether the pictures are what they should be.
 A text describes cases, each a row of steps in time and, below, a row a lock: `====` where it is
-held, `~~~~` where it is waited for. Runs under Python 2.7 and 3, with the standard library alone.
+held, `~~~~` where it is waited for. Or it describes layers, each a row of boxes whose titles end with
+a colon, and what one layer wants of the next. Runs under Python 2.7 and 3, with the standard library alone.
 """
 
 from __future__ import print_function, unicode_literals
@@ -16,7 +17,7 @@ WIDTH, MARGIN, NAMES = 1000, 20, 110  # of the picture, around it, for the names
 BAR, GAP, LINE = 22, 6, 15  # height of a bar, between bars, of a line of text
 CHAR = 6.3  # width of a character of the steps, on average
 INK, PALE = "#1f2933", "#cbd2d9"
-COLORS = ("#9cc5f0", "#f6d186", "#b5dcb0")  # of the locks, in order of their appearance
+COLORS = ("#9cc5f0", "#f6d186", "#b5dcb0", "#e4c9ea", "#d8dee6")  # of locks or layers, in order of their appearance
 
 
 class Case(object):
@@ -26,6 +27,22 @@ class Case(object):
         self.title = title
         self.steps = []
         self.locks = []
+
+
+class Layer(object):
+    """A row of boxes, which are pairs of a title and a text; `below` is what it wants of the next."""
+
+    def __init__(self, name, boxes):
+        self.name = name
+        self.boxes = [box(cell) for cell in boxes]
+        self.below = None
+
+
+def box(cell):
+    title, colon, text = cell.partition(":")
+    if not colon:
+        raise ValueError("the box %r has no title" % str(cell))
+    return title.strip(), text.strip()
 
 
 def state(cell):
@@ -53,8 +70,12 @@ def read(text):
                 title = cells[0]
             elif name == "case":
                 cases.append(Case(cells[0]))
+            elif name == "layer":
+                cases.append(Layer(cells[0], cells[1:]))
             elif not cases:
                 raise ValueError("a case must come first")
+            elif name == "below":
+                cases[-1].below = cells[0]
             elif name == "step":
                 cases[-1].steps = cells
             elif len(cells) != len(cases[-1].steps):
@@ -143,6 +164,36 @@ class Picture(object):
                 self.bar(edges[first], edges[last], y, self.color(lock), meaning)
         self.y = end + 22
 
+    def box(self, left, top, width, height, title, lines):
+        self.parts.append(
+            '<rect x="%.1f" y="%.1f" width="%.1f" height="%.1f" rx="4" fill="%s" stroke="%s"/>'
+            % (left, top, width, height, "#ffffff", INK))
+        self.text(left + width / 2, top + 17, title, 12, "middle", "bold")
+        for row, line in enumerate(lines):
+            self.text(left + width / 2, top + 33 + LINE * row, line, 11, "middle")
+
+    def layer(self, layer):
+        room = float(WIDTH - 2 * MARGIN - NAMES - GAP) / len(layer.boxes)
+        texts = [wrapped(text, room - 2 * GAP - 4) for _, text in layer.boxes]
+        height = 26 + LINE * max(len(lines) for lines in texts) + 6
+        self.parts.append(
+            '<rect x="%d" y="%.1f" width="%d" height="%.1f" rx="6" fill="%s"/>'
+            % (MARGIN, self.y, WIDTH - 2 * MARGIN, height + 2 * GAP, self.color(layer.name.split()[0])))
+        for row, line in enumerate(wrapped(layer.name, (NAMES - 2 * GAP) * 0.8)):
+            self.text(MARGIN + 8, self.y + 24 + LINE * row, line, 12, weight="bold")
+        for number, (title, _) in enumerate(layer.boxes):
+            self.box(MARGIN + NAMES + room * number, self.y + GAP, room - GAP, height, title, texts[number])
+        self.y += height + 2 * GAP
+        if layer.below is not None:
+            self.arrow(layer.below)
+
+    def arrow(self, text):
+        x, end = WIDTH / 2, self.y + 26
+        self.rule(x, self.y, end)
+        self.parts.append('<path d="M %.1f %.1f l -5 -8 l 10 0 z" fill="%s"/>' % (x, end, INK))
+        self.text(x + 14, self.y + 17, text, 12)
+        self.y = end + 2
+
     def svg(self):
         return "\n".join(
             ['<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 %d %d" '
@@ -155,10 +206,12 @@ def draw(text):
     title, cases = read(text)
     picture = Picture()
     picture.text(MARGIN, picture.y + 14, title, 18, weight="bold")
-    picture.text(WIDTH - MARGIN, picture.y + 14, "time goes to the right", 12, "end")
+    if all(isinstance(case, Case) for case in cases):
+        picture.text(WIDTH - MARGIN, picture.y + 14, "time goes to the right", 12, "end")
     picture.y += 40
     for case in cases:
-        picture.case(case)
+        (picture.case if isinstance(case, Case) else picture.layer)(case)
+    picture.y += 0 if isinstance(cases[-1], Case) else MARGIN
     return picture.svg()
 
 

@@ -3,12 +3,14 @@
 import glob
 import imp
 import os
+import re
 import shutil
 import tempfile
 import unittest
 from xml.dom import minidom
 
-DOCS = os.path.join(os.path.dirname(os.path.abspath(__file__)), os.pardir, os.pardir, "docs")
+ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), os.pardir, os.pardir)
+DOCS = os.path.join(ROOT, "docs")
 PICTURES = os.path.join(DOCS, "pictures")
 draw = imp.load_source("draw", os.path.join(PICTURES, "draw.py"))
 
@@ -48,6 +50,47 @@ class Committed(unittest.TestCase):
                 x, y, wide, high = [float(bar.getAttribute(name))
                                     for name in ("x", "y", "width", "height")]
                 self.assertTrue(0 < wide and 0 <= x and x + wide <= width and y + high <= height)
+
+
+class Layers(unittest.TestCase):
+    """The picture of the layers is checked against the folders."""
+
+    def setUp(self):
+        _, self.layers = draw.read(draw.contents(os.path.join(PICTURES, "layers.txt")))
+
+    def boxes(self, folder):
+        return [title for layer in self.layers if layer.name.split()[0] == folder for title, _ in layer.boxes]
+
+    def test_each_folder_of_the_binding_is_a_box_once_and_each_box_a_folder(self):
+        kelpy = os.path.join(ROOT, "kelpy")
+        folders = [name for name in os.listdir(kelpy) if glob.glob(os.path.join(kelpy, name, "*.cpp"))]
+        self.assertEqual(sorted(self.boxes("kelpy")), sorted(folders))
+
+    def test_each_folder_that_is_named_is_there(self):
+        names = [layer.name.split()[0] for layer in self.layers if layer.name.split()[0].startswith("kel")]
+        names += [title for layer in self.layers for title, _ in layer.boxes if re.match(r"[a-z]+/[a-z]+$", title)]
+        names += ["python", "process"]
+        titles = [title for layer in self.layers for title, _ in layer.boxes]
+        self.assertLessEqual(set(("python", "process")), set(titles))
+        for name in names:
+            self.assertTrue(os.path.isdir(os.path.join(ROOT, name)), name)
+
+    def test_the_tools_that_are_programs_are_boxes(self):
+        tools = os.path.join(ROOT, "tools")
+        programs = ["tools/" + name for name in os.listdir(tools) if os.path.exists(os.path.join(tools, name, "main.cpp"))]
+        self.assertTrue(programs)
+        self.assertLessEqual(set(programs), set(self.boxes("faces")))
+
+    def test_a_box_without_a_title_is_refused_by_its_line(self):
+        with self.assertRaises(ValueError) as raised:
+            draw.read("layer | kelpy | core")
+        self.assertEqual(str(raised.exception), "line 1: the box 'core' has no title")
+
+    def test_layers_and_what_they_want_are_in_the_picture(self):
+        drawn = draw.draw(u"title | T\nlayer | one | a: b | c: d\nbelow | asks\nlayer | two | e: f\n")
+        document = minidom.parseString(drawn.encode("utf-8"))
+        words = [text.firstChild.data for text in document.getElementsByTagName("text")]
+        self.assertEqual(sorted(words), sorted(["T", "one", "a", "b", "c", "d", "asks", "two", "e", "f"]))
 
 
 class Drawing(unittest.TestCase):
