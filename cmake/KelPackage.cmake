@@ -60,7 +60,8 @@ install( FILES ${package}/_Kel.so DESTINATION ${modules} COMPONENT python )
 
 # The programs. Manuals lie packed where man looks for them.
 install( TARGETS kel-agent kel-eval RUNTIME DESTINATION bin COMPONENT tools )
-install( PROGRAMS ${CMAKE_BINARY_DIR}/bin/kel-schema DESTINATION bin COMPONENT tools )
+install( PROGRAMS ${CMAKE_BINARY_DIR}/bin/kel-browse ${CMAKE_BINARY_DIR}/bin/kel-schema
+   DESTINATION bin COMPONENT tools )
 kel_glob( manuals tools/man/*.1 )
 foreach( manual IN LISTS manuals )
    cmake_path( GET manual FILENAME name )

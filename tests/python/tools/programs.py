@@ -17,6 +17,7 @@ DEADLINE = 60  # seconds; far above what a program needs, for machines under loa
 # The programs lie beside the folder of the Python modules.
 _BIN = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(Kel.__file__))), "bin")
 AGENT = os.path.join(_BIN, "kel-agent")
+BROWSE = os.path.join(_BIN, "kel-browse")
 EVAL = os.path.join(_BIN, "kel-eval")
 SCHEMA = os.path.join(_BIN, "kel-schema")
 
