@@ -12,7 +12,7 @@ from _KelMount import Mount
 from _KelReactions import Reaction, Timer, at, react, subscriptions
 
 __all__ = ["Allocation", "Mount", "Reaction", "Schema", "Timer", "Type", "Value", "activityLock",
-           "allocations", "at", "entity", "load", "newInstance", "now", "react", "root", "run",
+           "allocations", "at", "completer", "entity", "load", "newInstance", "now", "react", "root", "run",
            "subscriptions", "types", "watchdog"]
 
 _loaded = {}
@@ -52,9 +52,14 @@ class Schema(ModuleType):
         self._namespace = namespace
 
     def __dir__(self):
+        return sorted(set(self.__dict__).union(self.__all__))
+
+    @property
+    def __all__(self):
+        """The names of the types, so that help() and `from acme import *` have them."""
         within = self._namespace + "::"
         names = [name[len(within):] for name in _typeNames() if name.startswith(within)]
-        return sorted(set(self.__dict__).union(name for name in names if "::" not in name))
+        return sorted(name for name in names if "::" not in name)
 
     def __getattr__(self, name):
         if name.startswith("_"):
@@ -180,3 +185,13 @@ def allocations():
         tracker = _Kel.singleton("Kel::AllocationTracker")
         tracker.update()
         return dict((name, Allocation(one.objects, one.bytes)) for name, one in tracker.type.iteritems())
+
+
+def completer(namespace=None):
+    """A function for readline.set_completer, so that the Tab key completes names at Python's prompt.
+
+    Unlike the one of rlcompleter it reads no attribute of an object and makes no class. The names are
+    those of the dictionary, or of __main__.
+    """
+    from _KelCompleter import Completer  # readline comes with it, which only a prompt wants
+    return Completer(namespace).complete
