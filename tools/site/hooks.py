@@ -6,6 +6,7 @@ import re
 from mkdocs.structure.files import File
 
 OUTSIDE = {"index.md": "README.md", "CHANGELOG.md": "CHANGELOG.md", "CONTRIBUTING.md": "CONTRIBUTING.md"}
+_LINK = re.compile(r"\[([^\]]*)\]\(([^)#\s]+)([^)]*)\)")
 _NOT_FOR_READERS = re.compile(r"\.(py|txt|json)$")
 
 
@@ -34,5 +35,12 @@ def on_page_read_source(page, config):
     if name is None:
         return None
     with open(os.path.join(os.path.dirname(config["config_file_path"]), name), encoding="utf-8") as source:
-        # The site's pages stand where the README's docs/ is.
-        return re.sub(r"\]\(docs/", "](", source.read())
+        return _LINK.sub(_link, source.read())
+
+
+def _link(found):
+    """The site's pages stand where the README's docs/ is; a file that is none of them is only named."""
+    text, target, rest = found.groups()
+    if target.startswith("docs/"):
+        return "[%s](%s%s)" % (text, target[len("docs/"):], rest)
+    return found.group() if target in OUTSIDE.values() or ":" in target else text
