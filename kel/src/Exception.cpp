@@ -8,6 +8,8 @@ namespace Kel {
 namespace {
 
 constinit std::atomic< bool > captureBacktraces_{ false };
+// Set while this thread captures, for want of memory then is an exception, too.
+constinit thread_local bool isCapturing = false;
 
 String errnoMessage( int errnoValue, String const& text ) {
    char buffer[256];
@@ -31,12 +33,14 @@ String const& outOfMemoryText() {
 Exception::Exception( char const* message ) : Exception( String( message ) ) {}
 
 Exception::Exception( String message ) : message_( std::move( message ) ) {
-   if( captureBacktraces() ) {
+   if( captureBacktraces() && !isCapturing ) {
+      isCapturing = true;
       try {
          backtrace_ = Backtrace::capture();
       } catch( MemoryException const& ) {
          // The failure that is about to be thrown matters more than its stack.
       }
+      isCapturing = false;
    }
 }
 
