@@ -64,6 +64,14 @@ TEST( Assert, reportsItsStackOnceAndCallsTheHookOnce ) {
    EXPECT_GE( occurrences( outcome.errors, "[0x" ), 3U ); // native frames
 }
 
+TEST( Assert, namesAFileWithoutFolders ) {
+   Outcome const outcome = inChild( [] {
+      assertionFailed( "x", "plain.cpp", 7, "f" );
+      return 0;
+   } );
+   EXPECT_EQ( occurrences( outcome.errors, "assertion failed: x (plain.cpp:7, f)\n" ), 1U );
+}
+
 TEST( Assert, cutsALongText ) {
    Outcome const outcome = inChild( [] {
       assertionFailed( std::string( 5000, 'x' ).c_str(), "/a/b.cpp", 1, "f" );

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -87,6 +88,19 @@ TEST( CrashReport, tellsTheAddressOfAFault ) {
    } );
    expectKilledBy( outcome, SIGSEGV );
    EXPECT_TRUE( contains( outcome, "(SIGSEGV) at address 0x123, process " ) ) << outcome.errors;
+}
+
+// As from a sender that this process cannot see.
+TEST( CrashReport, tellsTheSenderAsItIsGiven ) {
+   Outcome const outcome = inChild( [] {
+      siginfo_t info = {};
+      info.si_code = SI_QUEUE;
+      info.si_pid = -50;
+      syscall( SYS_rt_tgsigqueueinfo, getpid(), syscall( SYS_gettid ), SIGBUS, &info );
+      return 0;
+   } );
+   expectKilledBy( outcome, SIGBUS );
+   EXPECT_TRUE( contains( outcome, "(SIGBUS) sent by process -50, process " ) ) << outcome.errors;
 }
 
 TEST( CrashReport, comesFromOtherThreadsToo ) {
@@ -319,6 +333,58 @@ TEST( CrashReport, takesTheThreadsStackBackAtItsEnd ) {
    EXPECT_EQ( inside.ss_flags & SS_DISABLE, 0 );
    unsigned char resident = 0;
    EXPECT_NE( mincore( inside.ss_sp, 1, &resident ), 0 ); // no longer mapped
+}
+
+// A thread's own alternate stack, which nobody may free.
+class OwnStack {
+ public:
+   void install() const {
+      stack_t stack{};
+      stack.ss_sp = memory_.get();
+      stack.ss_size = bytes;
+      sigaltstack( &stack, nullptr );
+   }
+   bool isInUse() const {
+      stack_t now{};
+      sigaltstack( nullptr, &now );
+      return now.ss_sp == memory_.get() && !( now.ss_flags & SS_DISABLE );
+   }
+
+ private:
+   static constexpr std::size_t bytes = 64 * 1024;
+   std::unique_ptr< char[] > memory_ = std::make_unique< char[] >( bytes );
+};
+
+TEST( CrashReport, leavesAThreadTheStackThatItHas ) {
+   std::thread( [] {
+      OwnStack const own;
+      own.install();
+      crashStackForThread();
+      EXPECT_TRUE( own.isInUse() );
+   } ).join();
+}
+
+// Made before the thread asks for a stack, it ends behind what that leaves.
+struct LooksAtThreadsEnd {
+   ~LooksAtThreadsEnd() {
+      if( wasInUse ) {
+         *wasInUse = own.isInUse();
+      }
+   }
+
+   OwnStack own;
+   bool* wasInUse = nullptr;
+};
+
+TEST( CrashReport, leavesAThreadTheStackThatItTookLater ) {
+   bool wasInUse = false;
+   std::thread( [&wasInUse] {
+      thread_local LooksAtThreadsEnd looks;
+      looks.wasInUse = &wasInUse;
+      crashStackForThread();
+      looks.own.install();
+   } ).join();
+   EXPECT_TRUE( wasInUse );
 }
 
 #endif

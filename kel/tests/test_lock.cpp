@@ -4,10 +4,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 #include <future>
 #include <thread>
 
 #include <kel/Exception.h>
+#include <kel/Fork.h>
 #include <kel/Lock.h>
 #include <kel/Mem.h>
 
@@ -46,12 +48,50 @@ TEST_F( ALock, knowsItsOwner ) {
 
 #ifndef KEL_SANITIZED // the thread sanitizer takes these for faults of the program
 
+// A mutex of no kind, which nobody can lock.
+struct Broken {
+   explicit Broken( Lock& lock ) : kind_( lock.mutex()->__data.__kind ), before_( kind_ ) {
+      kind_ = 15;
+   }
+   ~Broken() { kind_ = before_; }
+
+   int& kind_;
+   int const before_;
+};
+
+int numberOf( std::function< void() > const& fails ) {
+   try {
+      fails();
+   } catch( ErrnoException const& exception ) {
+      return exception.errnoValue();
+   }
+   return 0;
+}
+
 TEST_F( ALock, isReleasedByItsOwnerOnly ) {
    LockAnchor const anchor( &lock );
    int fromElsewhere = 0;
    std::thread( [&] { fromElsewhere = pthread_mutex_unlock( lock.mutex() ); } ).join();
    EXPECT_EQ( fromElsewhere, EPERM );
    EXPECT_TRUE( heldHere() );
+}
+
+TEST_F( ALock, thatCannotBeTakenThrowsAndIsLeftAlone ) {
+   {
+      Broken const broken( lock );
+      EXPECT_EQ( numberOf( [this] { LockAnchor const anchor( &lock ); } ), EINVAL );
+   }
+   EXPECT_EQ( lock.ownerThread(), 0 );
+   LockAnchor const anchor( &lock );
+   EXPECT_TRUE( heldHere() );
+}
+
+TEST( ActivityLock, thatCannotBeTakenForAForkThrows ) {
+   EXPECT_EQ( Testing::inChild( [] {
+      Broken const broken( *activityLock() );
+      return numberOf( grabActivityLockBeforeFork );
+   } ).exitCode(),
+      EINVAL );
 }
 
 TEST_F( ALock, throwsWhenAThreadReleasesWhatItDoesNotOwn ) {

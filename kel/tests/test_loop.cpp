@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <pthread.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -245,4 +246,139 @@ TEST_F( Loop, of_a_child_waits_for_no_thread_of_its_parent ) {
    } );
    EXPECT_EQ( outcome.exitCode(), 0 );
    manager().runUntilIdle();
+}
+
+TEST_F( Loop, that_a_reactor_forks_goes_on_in_the_child ) {
+   Testing::Outcome outcome{};
+   bool isChild = false;
+   auto const forking = reactor( [&] {
+      if( !outcome.status && !isChild ) {
+         outcome = Testing::inChild( [&] {
+            isChild = true;
+            change();
+            return manager().isRunning() ? 3 : 4;
+         } );
+      }
+   } );
+   change();
+   manager().runUntilIdle();
+   EXPECT_EQ( outcome.exitCode(), 3 );
+}
+
+TEST_F( Loop, of_its_own_thread_goes_on_in_a_child_that_its_reactor_forks ) {
+   auto const outcome = Testing::inChild( [this] {
+      std::promise< int > status;
+      bool isChild = false;
+      auto const forking = reactor( [&] {
+         if( isChild ) {
+            _exit( 9 ); // told of its own change
+         }
+         pid_t const child = fork();
+         if( child == 0 ) {
+            alarm( 20 );
+            isChild = true;
+            change();
+            return;
+         }
+         int ended = 0;
+         waitpid( child, &ended, 0 );
+         status.set_value( WIFEXITED( ended ) ? WEXITSTATUS( ended ) : -1 );
+         manager().stop();
+      } );
+      change();
+      manager().start();
+      UnlockAnchor const unlocked( activityLock() );
+      return status.get_future().get();
+   } );
+   EXPECT_EQ( outcome.exitCode(), 9 );
+}
+
+TEST_F( Loop, passes_over_a_change_of_what_is_no_attribute ) {
+   auto const told = noting( "1" );
+   box->notify( attrId( "nothing" ) );
+   manager().runUntilIdle();
+   EXPECT_EQ( seen, "" );
+   change();
+   manager().runUntilIdle();
+   EXPECT_EQ( seen, "1" );
+}
+
+TEST_F( Loop, tells_a_timer_of_no_change_of_the_clock ) {
+   auto const timer = newObject< Timer >( [this] { seen += "t"; } );
+   Clock::instance()->notify( Clock::reachedTime );
+   manager().runUntilIdle();
+   EXPECT_EQ( seen, "" );
+}
+
+TEST_F( Loop, tells_no_zombie_and_no_timer_that_is_one ) {
+   auto const told = noting( "1" );
+   auto const timer = newObject< Timer >( [this] { seen += "t"; } );
+   told->kelMarkedForDeletionIs( true );
+   timer->kelDoZombieReactors( true );
+   change();
+   timer->timeMinIs( past );
+   manager().runUntilIdle();
+   EXPECT_EQ( seen, "" );
+   told->kelMarkedForDeletionIs( false );
+   change();
+   manager().runUntilIdle();
+   EXPECT_EQ( seen, "1" );
+}
+
+TEST_F( Loop, that_stops_lets_go_who_waits_for_it ) {
+   std::promise< void > waits;
+   auto const stopping = reactor( [&] {
+      UnlockAnchor const unlocked( activityLock() );
+      waits.get_future().wait();
+      manager().stop();
+   } );
+   change();
+   manager().start();
+   // It reacts by the time that this one begins to wait, and is stopped in the middle of it.
+   std::thread( [&] {
+      LockAnchor const held( activityLock() );
+      waits.set_value();
+   } ).detach();
+   manager().runUntilIdle();
+   waitUntilStopped();
+   EXPECT_FALSE( manager().isRunning() );
+}
+
+namespace {
+
+// Runs a loop as its thread ends.
+struct RunsAtThreadsEnd {
+   ~RunsAtThreadsEnd() {
+      if( ended ) {
+         LockAnchor const locked( activityLock() );
+         ActivityFacility::activityManagerConfig()->stopOnQuiesceIs( true );
+         manager().run();
+         ended->set_value();
+      }
+   }
+
+   std::promise< void >* ended = nullptr;
+};
+thread_local RunsAtThreadsEnd runsAtThreadsEnd;
+
+} // namespace
+
+TEST_F( Loop, may_run_once_more_on_its_own_thread_as_that_ends ) {
+   auto const outcome = Testing::inChild( [this] {
+      std::promise< void > ended;
+      auto const stopping = reactor( [&] {
+         seen += "1";
+         if( !runsAtThreadsEnd.ended ) {
+            runsAtThreadsEnd.ended = &ended;
+            manager().stop();
+            change();
+         }
+      } );
+      change();
+      manager().start();
+      UnlockAnchor const unlocked( activityLock() );
+      ended.get_future().wait();
+      return seen == "11" ? 0 : 1;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
 }

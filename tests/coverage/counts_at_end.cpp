@@ -54,6 +54,10 @@ void writeAll() {
    action.sa_handler = []( int ) { siglongjmp( givenUp, 1 ); };
    action.sa_flags = SA_ONSTACK;
    sigaction( SIGALRM, &action, nullptr );
+   // It takes a moment, and what ends the process is settled.
+   for( int number : { SIGHUP, SIGINT, SIGQUIT, SIGTERM } ) {
+      signal( number, SIG_IGN );
+   }
    sigset_t set;
    sigemptyset( &set );
    sigaddset( &set, SIGALRM );
@@ -77,7 +81,7 @@ bool isDeadly( long number ) {
 
 extern "C" {
 
-[[gnu::visibility( "default" ), noreturn]] void _exit( int status ) {
+[[gnu::visibility( "default" )]] void _exit( int status ) {
    writeAll();
    for( ;; ) {
       nextSyscall()( SYS_exit_group, status, 0, 0, 0, 0, 0 );
