@@ -35,6 +35,13 @@ function( kel_pkg_config name )
    install( FILES ${package}/${name}.pc DESTINATION lib/pkgconfig COMPONENT development )
 endfunction()
 
+# For the linker by name where it looks anyway, so that the file is the same on machines of another sort.
+set( pythonLibrary ${Python27_LIBRARY} )
+cmake_path( GET Python27_LIBRARY PARENT_PATH folder )
+if( folder IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES AND Python27_LIBRARY MATCHES "/lib([^/]+)\\.so$" )
+   set( pythonLibrary -l${CMAKE_MATCH_1} )
+endif()
+
 # The runtime.
 install( TARGETS kel EXPORT KelTargets
    LIBRARY DESTINATION lib COMPONENT runtime NAMELINK_COMPONENT development )
@@ -74,3 +81,14 @@ install( FILES ${packed} DESTINATION share/man/man1 COMPONENT tools )
 # What has to be built for all this.
 add_custom_target( installable ALL DEPENDS ${packed} )
 add_dependencies( installable kel kelpy kel-agent kel-eval )
+
+# A library of the system is found without a path of its own.
+install( CODE "
+   foreach( file lib/libkel.so.${PROJECT_VERSION} lib/libKelPy.so bin/kel-agent bin/kel-eval )
+      set( file \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/\${file} )
+      if( CMAKE_INSTALL_PREFIX STREQUAL /usr AND EXISTS \${file} )
+         file( RPATH_REMOVE FILE \${file} )
+      endif()
+   endforeach()" ALL_COMPONENTS )
+
+include( KelDebian )

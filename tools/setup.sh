@@ -2,7 +2,8 @@
 # Installs only what is missing, says so in one line each, and keeps the details in build/setup.log.
 
 base_packages=( g++ cmake ninja-build libboost-dev libgtest-dev libcli11-dev libedit-dev )
-test_packages=( valgrind gdb make pkg-config )
+package_packages=( dpkg-dev binutils file )
+test_packages=( valgrind gdb make pkg-config "${package_packages[@]}" )
 bullseye_source=/etc/apt/sources.list.d/kel-bullseye.sources
 bullseye_pin=/etc/apt/preferences.d/kel-bullseye
 
