@@ -52,10 +52,14 @@ struct BuiltinImpl {
    static constexpr TypeImpl impl = { nullptr, nullptr, &fromAddress, nullptr, &ops, nullptr };
 };
 
+template< class T >
+constexpr bool isReserved = false;
+template< int i >
+constexpr bool isReserved< Reserved< i > > = true;
+
 // An index that this runtime has no type for, and the result of a function without value.
 template< class T >
-requires( std::is_void_v< T > ||
-          requires( T t ) { []< int i >( Reserved< i > ) {}( t ); } ) struct BuiltinImpl< T > {
+requires( std::is_void_v< T > || isReserved< T > ) struct BuiltinImpl< T > {
    static constexpr ValueOps ops = {};
 
    static Ptr< GenericIf > fromAddress( void const*, bool ) {

@@ -55,7 +55,7 @@ class Notifiee : public RuntimeCaller {
  protected:
    Kel::Ptr< Odd::Notes > const notes_ = Kel::newObject< Odd::Notes >();
    Kel::Ptr< Kel::GenericIf const > const view_ = Kel::KelType::genericIf( notes_.get(), false );
-   Calls const calls_;
+   Calls const calls_{};
 
    Kel::KelAttr attr( char const* name ) const { return notes_->fwkType().attr( name ); }
 };
@@ -298,7 +298,7 @@ class Timer : public RuntimeCaller {
    static constexpr Kel::AttributeId reached = 258;
 
    Kel::Ptr< Kel::Clock const > const clock_ = Kel::Clock::instance();
-   Calls const calls_;
+   Calls const calls_{};
 
    Kel::Ptr< PyClockNotifiee > made() const {
       return Kel::pyClockNotifieeFactory( clock_, calls_.ticks() );
