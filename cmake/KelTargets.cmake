@@ -46,20 +46,6 @@ target_compile_options( kel_options INTERFACE ${flags} )
 target_link_options( kel_options INTERFACE ${flags} )
 unset( flags )
 
-# In a build that counts the branches that are taken: a process that ends by _exit or by a signal
-# writes its counters, too.
-option( KEL_COVERAGE "The compiler's flags ask for counters" OFF )
-if( KEL_COVERAGE )
-   add_library( kel_counts OBJECT ${CMAKE_SOURCE_DIR}/tests/coverage/counts_at_end.cpp )
-   target_link_libraries( kel_counts PRIVATE kel_options )
-   target_compile_options( kel_counts PRIVATE -fno-profile-arcs -fno-test-coverage )
-   set_target_properties( kel_counts PROPERTIES POSITION_INDEPENDENT_CODE ON )
-   # For what an interpreter without counters does itself.
-   add_library( kel_counts_preload SHARED $<TARGET_OBJECTS:kel_counts> )
-   set_target_properties( kel_counts_preload PROPERTIES
-      LINKER_LANGUAGE CXX LIBRARY_OUTPUT_DIRECTORY ${KEL_PYTHON_DIR} )
-endif()
-
 # The sources of one kind in a folder, sorted; the build looks again for new ones each time.
 function( kel_glob result )
    file( GLOB found CONFIGURE_DEPENDS ${ARGN} )
@@ -78,10 +64,6 @@ function( kel_target_defaults name )
       CXX_VISIBILITY_PRESET hidden
       VISIBILITY_INLINES_HIDDEN ON
       POSITION_INDEPENDENT_CODE ON )
-   get_target_property( type ${name} TYPE )
-   if( KEL_COVERAGE AND NOT type STREQUAL "STATIC_LIBRARY" )
-      target_sources( ${name} PRIVATE $<TARGET_OBJECTS:kel_counts> )
-   endif()
 endfunction()
 
 # All that Python imports, with nothing that only tests run.

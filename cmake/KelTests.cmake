@@ -4,13 +4,9 @@ include( GoogleTest )
 
 set( KEL_TEST_SECONDS 120 )
 
-# What an uninstrumented interpreter has to load first when the module is built with a sanitizer, or
-# when branches are counted.
+# What an uninstrumented interpreter has to load first when the module is built with a sanitizer.
 function( kel_preload result )
    set( ${result} "" PARENT_SCOPE )
-   if( KEL_COVERAGE )
-      set( ${result} "LD_PRELOAD=${KEL_PYTHON_DIR}/libkel_counts_preload.so" PARENT_SCOPE )
-   endif()
    if( KEL_SANITIZE STREQUAL "address" )
       set( names libasan.so libubsan.so libstdc++.so )
    elseif( KEL_SANITIZE STREQUAL "thread" )
