@@ -20,6 +20,9 @@ import shares
 import subjects
 from subjects import NAMES, TITLES
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), os.pardir, "tools"))
+from progress import Progress  # noqa: E402
+
 # So small that figures mean nothing: whether all of it works.
 QUICK = {
     operations: {"CLASSES": 40, "KEYS": 20},
@@ -72,12 +75,19 @@ def rows(options):
 
 def measure(options):
     rounds, loops = options.rounds, options.loops
-    return {
-        "machine": machine(options), "missing": subjects.missing(), "rows": rows(options),
-        "parts": operations.parts(rounds, loops), "idle threads": idle.measure(rounds, loops),
-        "members": scale.members(options.some), "types": scale.types(options.some), "depths": scale.depths(rounds, loops),
-        "advice": advice.measure(rounds, loops), "reactions": reactions.measure(options.few),
-        "instructions": shares.measure(), "round trips": round_trips.figures(options.few)}
+    parts = [
+        ("rows", lambda: rows(options)), ("parts", lambda: operations.parts(rounds, loops)),
+        ("idle threads", lambda: idle.measure(rounds, loops)), ("members", lambda: scale.members(options.some)),
+        ("types", lambda: scale.types(options.some)), ("depths", lambda: scale.depths(rounds, loops)),
+        ("advice", lambda: advice.measure(rounds, loops)), ("reactions", lambda: reactions.measure(options.few)),
+        ("instructions", shares.measure), ("round trips", lambda: round_trips.figures(options.few))]
+    figures = {"machine": machine(options), "missing": subjects.missing()}
+    # Nothing else runs in this process while it measures, so nobody counts the seconds.
+    with Progress("part", len(parts), ticking=False) as progress:
+        for name, figures_of in parts:
+            progress.next(name)
+            figures[name] = figures_of()
+    return figures
 
 
 def report_rows(figures):

@@ -24,6 +24,35 @@ as_root() {
    fi
 }
 
+# show_build_step LOG STARTED: one line that tells the last step of ninja in the log.
+show_build_step() {
+   local step
+   step=$( grep -ao '^\[[0-9]*/[0-9]*\]' "$1" 2> /dev/null | tail -n 1 | tr -d '[]' )
+   printf '\rdev: building%s, %d s\033[K' "${step:+, step ${step/\// of }}" $(( SECONDS - $2 )) >&2
+}
+
+# watch_build LOG: until unwatch_build, tells the steps that ninja writes there in one line of a terminal;
+# nothing where standard error is none.
+watch_build() {
+   local log=$1 started=$SECONDS
+   watcher=
+   [ -t 2 ] || return 0
+   : > "$log"
+   while kill -0 $$ 2> /dev/null; do
+      show_build_step "$log" $started
+      sleep 0.5
+   done &
+   watcher=$!
+}
+
+unwatch_build() {
+   [ -n "$watcher" ] || return 0
+   kill "$watcher" 2> /dev/null || true
+   wait "$watcher" 2> /dev/null || true
+   watcher=
+   printf '\r\033[K' >&2
+}
+
 can_install() {
    command -v apt-get > /dev/null && { [ "$( id -u )" = 0 ] || command -v sudo > /dev/null; }
 }

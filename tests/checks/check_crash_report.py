@@ -13,6 +13,7 @@ import signal
 import subprocess
 import time
 
+import frame
 from frame import HERE, Build, Result
 
 NAME = "crash-report"
@@ -84,7 +85,8 @@ def run(form):
     jobs = [(build, way, place, handled) for _ in range(ROUNDS[form]) for way in sorted(SIGNALS)
             for place in PLACES for handled in ("handled", "not")
             if not (place == "native" and handled == "handled")]
-    outcomes = multiprocessing.pool.ThreadPool(2).map(_crash, jobs)
+    crashes = multiprocessing.pool.ThreadPool(2).imap(_crash, jobs)
+    outcomes = list(frame.progress.along(crashes, len(jobs)))
     wrong = ["%s %s %s: %s" % (job[1:] + (fault or "late",)) for job, (fault, took)
              in zip(jobs, outcomes) if fault or took > LONGEST[form]]
     figure = "%d of %d reports whole, 0 hangs, the slowest took %.1f s" % (

@@ -7,6 +7,7 @@ dropped as the interpreter goes, and an end out of a handler.
 import multiprocessing.pool
 import os
 
+import frame
 from frame import HERE, Build, Result
 
 NAME = "exit-storm"
@@ -35,7 +36,8 @@ def _is_quiet(way, err):
 def run(form):
     build = Build("release").ready()
     jobs = [(build, way, seed) for seed in range(TIMES[form]) for way in sorted(WAYS)]
-    wrong = [each for each in multiprocessing.pool.ThreadPool(2).map(_end, jobs) if each]
+    ends = multiprocessing.pool.ThreadPool(2).imap(_end, jobs)
+    wrong = [each for each in frame.progress.along(ends, len(jobs)) if each]
     figure = "%d of %d ends as intended, 0 cores" % (len(jobs) - len(wrong), len(jobs))
     return Result(not wrong, figure, [line for each in wrong[:5] for line in each])
 

@@ -169,9 +169,10 @@ def _survivors(mutants):
     if wrong:
         raise frame.NotReady("\n".join(wrong))
     survivors = []
-    for number, mutant in enumerate(mutants):
+    for number, mutant in enumerate(frame.progress.along(mutants)):
         caught, how = mutator.caught(mutant)
         line = "%s: '%s' as '%s'" % tuple(part.strip() for part in mutant[:3])
+        frame.progress.clear()
         sys.stderr.write("   %d: %s: %s\n" % (number + 1, line, how))
         if not caught:
             survivors.append(line + ": " + how)

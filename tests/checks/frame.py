@@ -23,6 +23,9 @@ import threading
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
+sys.path.insert(0, os.path.join(ROOT, "tools"))
+from progress import Silent  # noqa: E402
+
 PYTHON_TESTS = os.path.join(ROOT, "tests", "python")
 
 # What a sanitizer's runtime is told, beside what the check itself sets.
@@ -33,6 +36,10 @@ SANITIZER_OPTIONS = {
 
 PRELOADED = {"asan": ("libasan.so", "libubsan.so", "libstdc++.so"),
              "tsan": ("libtsan.so", "libstdc++.so")}
+
+
+# How far the run is, for a check that has many steps: progress.step() and progress.along().
+progress = Silent()
 
 
 class Result(object):

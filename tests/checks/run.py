@@ -10,6 +10,7 @@ import sys
 import time
 
 import frame
+from progress import Progress
 
 
 def checks():
@@ -55,11 +56,13 @@ def perform(check, options):
     """Whether it passed; prints its line."""
     form = "short" if options.short else "long"
     started = time.time()
+    frame.progress.next(check.NAME)
     try:
         result = (check.planted if options.planted else check.run)(form)
     except frame.NotReady as error:
         result = frame.Result(False, "not run", str(error).splitlines())
     what = "%s%s" % (check.NAME, ", planted" if options.planted else "")
+    frame.progress.clear()
     print "%s: %s%s" % (what, "" if result.passed else "FAILED: ", result.figure)
     sys.stderr.write("   %s: %d s\n" % (what, time.time() - started))
     if not result.passed:
@@ -78,7 +81,8 @@ def main(arguments):
     chosen = [found[name] for name in options.names or sorted(found)]
     if options.short and options.all:
         chosen = [check for check in chosen if not is_long_only(check)]
-    return 0 if all([perform(check, options) for check in chosen]) else 1
+    with Progress("check", len(chosen)) as frame.progress:
+        return 0 if all([perform(check, options) for check in chosen]) else 1
 
 
 if __name__ == "__main__":

@@ -9,9 +9,13 @@ import os
 import re
 import subprocess
 import sys
+import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
+sys.path.insert(0, os.path.join(ROOT, "tools"))
+from progress import Progress  # noqa: E402
+
 FINDINGS = os.path.join(ROOT, "build", "findings")
 GUIDED = ("agent_file", "reply", "requests")
 
@@ -44,15 +48,25 @@ def parse(arguments):
     return options
 
 
-def runModule(options):
+def runModule(options, progress):
     """Whether there was no fault."""
     command = [sys.executable, os.path.join(HERE, "fuzz_module.py")] + options.module
     process = subprocess.Popen(command + ["--plant"] * options.plant, stdout=subprocess.PIPE)
     lines = process.communicate()[0].splitlines()
+    progress.clear()
     for line in lines[:-1]:
         print line
     print "module: %s" % (lines[-1] if lines else "it ended with status %d" % process.returncode)
     return process.returncode == 0
+
+
+def waited(process, seconds, progress):
+    """The status with which it ends; tells meanwhile for how long it has run."""
+    started = time.time()
+    while progress.active and process.poll() is None:
+        progress.step(min(seconds, time.time() - started), seconds)
+        time.sleep(0.5)
+    return process.wait()
 
 
 def folder(*parts):
@@ -62,7 +76,7 @@ def folder(*parts):
     return path
 
 
-def runGuided(name, options):
+def runGuided(name, options, progress):
     """Whether there was no fault."""
     program = os.path.join(options.guided, "bin", "fuzz_" + name)
     label = name + "-planted" * options.plant
@@ -72,9 +86,11 @@ def runGuided(name, options):
                "-max_total_time=%d" % options.seconds] + OPTIONS
     environment = dict(os.environ, **({"KEL_FUZZ_PLANT": "1"} if options.plant else {}))
     with open(prefix + "log", "w+") as log:
-        status = subprocess.call(command, stdout=log, stderr=subprocess.STDOUT, env=environment)
+        process = subprocess.Popen(command, stdout=log, stderr=subprocess.STDOUT, env=environment)
+        status = waited(process, options.seconds, progress)
         log.seek(0)
         text = log.read()
+    progress.clear()
     print "%s: %s" % (name, figures(text) if status == 0 else faultText(text))
     if status != 0:
         print "   %s" % log.name
@@ -99,9 +115,12 @@ def faultText(text):
 def main(arguments):
     options = parse(arguments)
     clean = True
-    for name in options.names:
-        clean &= runModule(options) if name == "module" else runGuided(name, options)
-        sys.stdout.flush()
+    with Progress("fuzzer", len(options.names)) as progress:
+        for name in options.names:
+            progress.next(name)
+            clean &= (runModule(options, progress) if name == "module"
+                      else runGuided(name, options, progress))
+            sys.stdout.flush()
     return 0 if clean else 1
 
 
