@@ -12,7 +12,9 @@ set( modules lib/python2.7/\${KEL_MODULES} )
 file( MAKE_DIRECTORY ${package} )
 
 # The folder of modules is the one that the interpreter looks into by itself, if that lies in the prefix.
-execute_process( COMMAND ${Python27_EXECUTABLE} -E -s -c "import sys; print ' '.join(sys.path)"
+# A debug interpreter that is not installed needs the environment which its script sets.
+execute_process( COMMAND ${CMAKE_COMMAND} -E env --unset=PYTHONPATH
+      ${Python27_EXECUTABLE} -s -c "import sys; print ' '.join(sys.path)"
    OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY )
 install( CODE "
    set( KEL_MODULES site-packages )
