@@ -14,6 +14,7 @@ import Kel
 import PyServer
 import _Kel
 import acme
+from kel_testing import in_child
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import messages  # noqa: E402, beside this file
@@ -86,6 +87,18 @@ class Module(Comparing):
         for heading, text in sections("module.md", 3):
             if "(" in heading and not heading.endswith("HookIs(function)"):
                 self.assertIn("Locks: ", text, heading)
+
+    def test_each_function_takes_the_locks_that_its_entry_tells(self):
+        told = {}
+        for heading, text in sections("module.md", 3):
+            word = re.search(r"Locks: (none|activity|both|as `\w+`)", " ".join(text.split()))
+            told[heading.partition("(")[0]] = word.group(1) if word else "none"  # of hooks it is said once
+        told["trace_ht"] = told["trace_h"]
+        script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "lock_words.py")
+        done = in_child("execfile(%r)" % script, [name for name in told if told[name] == "none"])
+        found = dict(line.split() for line in done.expect().out.splitlines())
+        self.assertEqual(dict((name, told[name].replace("both", "activity")) for name in found), found)
+        self.assertEqual(set(told) - set(found), set(["gnmiJsonString", "releaseActivityLock", "Backtrace"]))
 
     def test_each_type_has_its_section_with_all_that_it_has(self):
         sources = "".join(open(path).read() for path in glob.glob(messages.ROOT + "/kelpy/*/*.cpp"))
