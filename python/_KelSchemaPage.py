@@ -11,23 +11,36 @@ PAGE = """<!DOCTYPE html>
 <meta name="viewport" content="width=device-width, initial-scale=1">
 <title>%(title)s</title>
 <style>
-body { margin: 0; font: 16px/1.5 system-ui, sans-serif; color: #1d2430; background: #fff; }
-header { position: sticky; top: 0; display: flex; gap: 1.5em; align-items: center; flex-wrap: wrap;
-   padding: .7em 2em; background: #22304a; color: #fff; }
+:root { color-scheme: light dark; --text: #1d2430; --back: #fff; --soft: #5a6578; --line: #e3e7ee;
+   --link: #1f5aa8; --bar: #22304a; --field: #fff; }
+@media ( prefers-color-scheme: dark ) {
+   :root { --text: #dde3ec; --back: #171b22; --soft: #96a2b6; --line: #2c3442; --link: #82b1f5;
+      --bar: #0f1520; --field: #232a36; } }
+body { margin: 0; font: 16px/1.5 system-ui, sans-serif; color: var( --text );
+   background: var( --back ); }
+header { position: sticky; top: 0; display: flex; gap: .6em 1.5em; align-items: center;
+   flex-wrap: wrap; padding: .7em 2em; background: var( --bar ); color: #fff; }
 h1 { margin: 0; font-size: 1.1em; }
-input { flex: 1; max-width: 28em; padding: .4em .7em; font: inherit; border: 0; border-radius: 4px; }
-#found { min-width: 8em; color: #c9d3e6; }
+input { flex: 1; max-width: 28em; padding: .4em .7em; font: inherit; color: var( --text );
+   background: var( --field ); border: 0; border-radius: 4px; }
+#found { color: #c9d3e6; }
 main { max-width: 64em; margin: 0 auto; padding: 1em 2em 4em; }
 section { margin: 1.6em 0; scroll-margin-top: 5em; }
-h2 { margin: 0; font-size: 1.1em; }
-h2 small { margin-left: .7em; font-weight: normal; color: #5a6578; }
+section:target h2 { text-decoration: underline; text-decoration-thickness: 2px; }
+h2 { margin: 0; font-size: 1.1em; overflow-wrap: anywhere; }
+h2 small { margin-left: .7em; font-weight: normal; color: var( --soft ); }
 code { font: .9em/1.5 ui-monospace, monospace; }
 table { border-collapse: collapse; width: 100%%; margin-top: .4em; }
-td { padding: .2em .8em .2em 0; border-top: 1px solid #e3e7ee; vertical-align: top; }
-td + td { color: #5a6578; white-space: nowrap; width: 1%%; padding-right: 0; }
-a { color: #1f5aa8; text-decoration: none; }
+td { padding: .2em .8em .2em 0; border-top: 1px solid var( --line ); vertical-align: top;
+   overflow-wrap: anywhere; }
+td + td { color: var( --soft ); white-space: nowrap; width: 1%%; padding-right: 0; }
+a { color: var( --link ); text-decoration: none; }
 a:hover, a:focus { text-decoration: underline; }
 [hidden] { display: none; }
+@media ( max-width: 46em ) {
+   header, main { padding-left: 1em; padding-right: 1em; }
+   td + td { white-space: normal; width: 30%%; font-size: .9em; }
+}
 </style>
 </head>
 <body>
