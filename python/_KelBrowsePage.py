@@ -264,11 +264,22 @@ function showMembers( cell, answer ) {
       cell.replaceChildren( make( "p", { className: "failed" }, answer.error ) );
       return;
    }
+   const shape = JSON.stringify( [ answer.start, answer.count, answer.members.map( each => each[0] ) ] );
+   if( shape !== cell.dataset.shape || !cell.firstChild ) {
+      cell.dataset.shape = shape;
+      buildMembers( cell, name, answer );
+   }
+   for( const each of cell.querySelectorAll( "[data-member]" ) ) {
+      put( each, answer.members[each.dataset.member][1] );
+   }
+}
+
+function buildMembers( cell, name, answer ) {
    const known = new Map( [ ...cell.querySelectorAll( "tr[data-key]" ) ].map(
       each => [ each.dataset.key, each ] ) );
-   const rows = answer.members.map( ( [ key, value ] ) => {
+   const rows = answer.members.map( ( [ key ], number ) => {
       const line = known.get( key.text ) || memberRow( key );
-      put( line.querySelector( "span" ), value );
+      line.querySelector( "span" ).dataset.member = number;
       return line;
    } );
    const turn = ( text, start ) => button( text, () => {
