@@ -147,7 +147,7 @@ bool isSameAttr( PyGenericIfAttr const* a, PyGenericIfAttr const* b ) {
 // Activity lock.
 bool isSameObject( PyGenericIfAttr const* a, PyGenericIfAttr const* b ) {
    if( !a->parent || !b->parent ) {
-      return !a->parent && !b->parent;
+      return a->parent == b->parent;
    }
    return addressOfParent( a ) == addressOfParent( b );
 }

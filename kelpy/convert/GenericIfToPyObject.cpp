@@ -72,11 +72,15 @@ PyObject* enumToPyObject( Kel::GenericIf const& gif, Kel::KelType const& type ) 
 
 // The interned name, kept for ever; null with a Python error. Borrowed.
 PyObject* enumName( Kel::KelAttr constant ) {
-   PyRef& name = enumNames_[constant];
-   if( !name ) {
-      name = PyRef::steal( PyString_InternFromString( constant.name() ) );
+   try {
+      PyRef& name = enumNames_[constant];
+      if( !name ) {
+         name = PyRef::steal( PyString_InternFromString( constant.name() ) );
+      }
+      return name.get();
+   } catch( std::bad_alloc const& ) {
+      return PyErr_NoMemory();
    }
-   return name.get();
 }
 
 // The names of the enum values read last, each in the one place of its type and value: a type's

@@ -123,8 +123,7 @@ void raiseUnknown( char const* prefix ) {
    std::type_info const* ti = abi::__cxa_current_exception_type();
    KEL_ASSERT( ti );
    KEL_ASSERT( !PyErr_Occurred() );
-   char const* const mangled = *ti->name() == '*' ? ti->name() + 1 : ti->name();
-   Part const name( [&] { return Kel::demangle( mangled ); }, mangled );
+   Part const name( [&] { return Kel::demangle( ti->name() ); }, ti->name() );
    PyErr_Format( PyExc_Exception, "%sunknown C++ exception of type '%s'", prefix, name.charPtr() );
 }
 

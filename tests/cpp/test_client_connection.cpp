@@ -70,6 +70,14 @@ TEST_F( ClientConnection, ofAnAgentGoesToTheSocketThatItsFileNames ) {
          "1 Connected to socket " + socketPath(), "1 Connected to group.name" } ) );
 }
 
+TEST_F( ClientConnection, ofAnAgentWithoutAGroupLooksForAFileOfItsNameToo ) {
+   ScriptedServer const server( socketPath(), { greetOnly } );
+   AgentFile const file( folder_ / ".name", agentText( 1, 9, socketPath() ) );
+   auto const made = client( "", "name", 'x', nullptr, nullptr );
+   EXPECT_EQ( made->agentGroup_, "" );
+   EXPECT_TRUE( made->connected_ );
+}
+
 TEST_F( ClientConnection, ofAnAgentGoesToThePortThatItsFileNames ) {
    ScriptedServer const server( "", { greetOnly } );
    AgentFile const file( folder_ / "group.name", agentText( 1, server.port(), "" ) );

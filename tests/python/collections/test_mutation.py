@@ -258,6 +258,22 @@ class Update(TestCase):
             def items(self):
                 raise ValueError("no items")
         self.assertRefused(ValueError, "no items", price.update, Mapping())
+        Mapping.items = lambda self: [("a",)]
+        self.assertRefused(
+            ValueError, "dictionary update sequence element #0 has length 1; 2 is required",
+            price.update, Mapping())
+
+    def test_a_mapping_without_items_is_taken_for_its_pairs(self):
+        price = acme.Store("store").price
+
+        class Mapping(object):
+            def __getitem__(self, key):
+                raise AssertionError("nobody asks for the key %r" % (key,))
+
+            def __iter__(self):
+                return iter([("a", 1), ("b", 2)])
+        price.update(Mapping())
+        self.assertEqual(sorted(price.items()), [("a", 1), ("b", 2)])
 
     def test_a_failed_pair_stops_nothing_and_its_error_stays_pending(self):
         price = acme.Store("store").price

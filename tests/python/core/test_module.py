@@ -8,6 +8,7 @@ import _Kel
 import acme
 import odd
 import kel_failures
+import kel_throws  # declares the types of Throws::
 from kel_testing import TestCase, in_child
 
 FUNCTIONS = {
@@ -357,6 +358,7 @@ class Sorts(TestCase):
         self.assertRefused(
             TypeError, "expected a non-value kelc-Python object", _Kel.addressOf, own)
         self.assertIs(cls.kelType, None)
+        self.assertIs(cls.__doc__, None)
         self.assertEqual(cls.attributes, ())
 
 
@@ -394,6 +396,17 @@ class Hash(TestCase):
         self.assertEqual(set(type(each) for each in hashes), set([int]))
         self.assertTrue(all(0 <= each < 2 ** 32 for each in hashes), hashes)
         self.assertTrue(any(each >= 2 ** 31 for each in hashes), hashes)
+
+    def test_one_that_the_runtime_refuses_is_told(self):
+        value = _Kel.pyType(_Kel.typeNode("Throws::Value"))(3)
+        throws = _Kel.pyType(_Kel.typeNode("Throws::Object"))(1)
+        throws.kind = "Kel::RangeException"
+        try:
+            self.assertRefused(IndexError, 'Throws::Value: Kel::RangeException("text")',
+                               _Kel.hashOf, value)
+        finally:
+            throws.kind = ""
+        self.assertEqual(_Kel.hashOf(value), _Kel.hashOf(value))
 
     def test_views_of_one_object_hash_alike(self):
         node = odd.Node(1)
