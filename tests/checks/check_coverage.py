@@ -6,9 +6,9 @@ compiler settles are not counted, nor those of assertions. Each that nothing rea
 the reason in uncovered.txt.
 """
 
+import bisect
 import json
 import os
-import re
 
 import frame
 
@@ -21,7 +21,6 @@ LIST = os.path.join(frame.HERE, "uncovered.txt")
 REPORT = os.path.join(frame.ROOT, "build", "coverage", "report.json")
 COUNTED = ("kel/src/", "kel/include/", "kelpy/")
 LEAST = 95.0
-SETTLED = re.compile(r"if constexpr\(|\brequires \{|KEL_ASSERT")
 
 
 class Listed(object):
@@ -61,15 +60,15 @@ class Branches(object):
             for each in json.load(report)["data"][0]["files"]:
                 name = os.path.relpath(os.path.realpath(each["filename"]), frame.ROOT)
                 if name.startswith(COUNTED):
-                    self._read(name, each["branches"])
+                    self._read(name, each)
 
-    def _read(self, name, branches):
+    def _read(self, name, report):
         with open(os.path.join(frame.ROOT, name)) as source:
             texts = source.read().splitlines()
         lines = {}
-        for place, counts in sorted(_outcomes(branches).items()):
+        for place, counts in sorted(_outcomes(report).items()):
             text = texts[place[0] - 1].strip()
-            if not SETTLED.search(text):
+            if "KEL_ASSERT" not in text and "if constexpr(" not in text:
                 lines.setdefault((place[0], text), []).extend(counts)
         for (number, text), counts in lines.items():
             reached = sum(count > 0 for count in counts)
@@ -84,15 +83,23 @@ class Branches(object):
         return 100.0 * self.reached / self.total if self.total else 0.0
 
 
-def _outcomes(branches):
+def _outcomes(report):
     """How often a condition came out true and false, by its place, summed over the instances of a
-    template."""
+    template. Without those that came to neither though they were reached: the compiler knew."""
     outcomes = {}
-    for branch in branches:
+    for branch in report["branches"]:
         counts = outcomes.setdefault(tuple(branch[:4]), [0, 0])
         counts[0] += branch[4]
         counts[1] += branch[5]
-    return outcomes
+    segments = report["segments"]
+    places = [tuple(segment[:2]) for segment in segments]
+
+    def is_settled(place, counts):
+        segment = segments[bisect.bisect_right(places, place[:2]) - 1]
+        return sum(counts) == 0 and segment[2] > 0
+
+    return dict((place, counts) for place, counts in outcomes.items()
+                if not is_settled(place, counts))
 
 
 def faults(branches, listed):
