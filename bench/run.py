@@ -83,7 +83,7 @@ def measure(options):
         ("instructions", shares.measure), ("round trips", lambda: round_trips.figures(options.few))]
     figures = {"machine": machine(options), "missing": subjects.missing()}
     # Nothing else runs in this process while it measures, so nobody counts the seconds.
-    with Progress("part", len(parts), ticking=False) as progress:
+    with Progress("bench", len(parts), ticking=False) as progress:
         for name, figures_of in parts:
             progress.next(name)
             figures[name] = figures_of()

@@ -17,7 +17,8 @@ WIDTH, MARGIN, NAMES = 1000, 20, 110  # of the picture, around it, for the names
 BAR, GAP, LINE = 22, 6, 15  # height of a bar, between bars, of a line of text
 CHAR = 6.3  # width of a character of the steps, on average
 INK, PALE = "#1f2933", "#cbd2d9"
-COLORS = ("#9cc5f0", "#f6d186", "#b5dcb0", "#e4c9ea", "#d8dee6")  # of locks or layers, in order of their appearance
+# Of locks or layers, in order of their appearance.
+COLORS = ("#9cc5f0", "#f6d186", "#b5dcb0", "#e4c9ea", "#d8dee6")
 
 
 class Case(object):

@@ -13,7 +13,8 @@ import pages
 
 def fragments(codes):
     """Source text that compiles if each of the blocks does, one by one."""
-    includes = sorted(set(line for code in codes for line in code.splitlines() if line.startswith("#include")))
+    includes = sorted(set(line for code in codes for line in code.splitlines()
+                          if line.startswith("#include")))
     bodies = ["void fragment%d() {\n%s}\n" % (number, re.sub(r"(?m)^#include.*\n", "", code))
               for number, code in enumerate(codes)]
     return "%s\n\nnamespace {\n\n%s\n}  // namespace\n\nint main() {\n%s}\n" % (

@@ -29,8 +29,9 @@ CALLS = [
     ("handle", None), ("newNotifiee", item, handle), ("activityLockOwner",), ("newEntityHookIs", None),
     ("newInstanceHookIs", None), ("getitemHookIs", None), ("trace_h", None, "f", 1, "g", "text", 9),
     ("trace_ht", None, "tag", "f", 1, "g", "text", 9), ("traceLineSuppressed", None, 1),
-    ("traceTagSuppressed", None, "tag"), ("escapedTraceString", "a"), ("setproctitle", "a", "b"), ("proctitle",),
-    ("kelNowToLinuxMonoTime", 1.0), ("demangle", "i"), ("timedAcquireActivityLock", 60), ("acquireActivityLock",),
+    ("traceTagSuppressed", None, "tag"), ("escapedTraceString", "a"), ("setproctitle", "a", "b"),
+    ("proctitle",), ("kelNowToLinuxMonoTime", 1.0), ("demangle", "i"), ("timedAcquireActivityLock", 60),
+    ("acquireActivityLock",),
     ("convertEntityToFailedMount", entity), ("pythonForkHandlersRegistered",), ("enableThreadSafePointers",),
     ("atforkPrepare",),  # the last: the lock stays with its thread
 ]

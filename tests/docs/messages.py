@@ -139,7 +139,8 @@ def stands_in(text, rows):
 def every_literal():
     """All that stands in quotes in the source, as one text."""
     parts = []
-    for pattern in ("kelpy/*/*", "kel/src/*", "kel/include/kel/*.h", "kel/include/kel/schema/*.h", "python/*.py"):
+    for pattern in ("kelpy/*/*", "kel/src/*", "kel/include/kel/*.h", "kel/include/kel/schema/*.h",
+                    "python/*.py"):
         for path in sorted(glob.glob(os.path.join(ROOT, pattern))):
             with open(path) as source:
                 text = source.read()
@@ -147,5 +148,6 @@ def every_literal():
                 text = _without_comments(text)
                 parts += [with_gaps(_unescaped(literal.group())) for literal in _LITERALS.finditer(text)]
             else:
-                parts += [with_gaps(part.s) for part in ast.walk(ast.parse(text)) if isinstance(part, ast.Str)]
+                parts += [with_gaps(part.s) for part in ast.walk(ast.parse(text))
+                          if isinstance(part, ast.Str)]
     return u"\n".join(parts)

@@ -121,7 +121,8 @@ def main(page, programs="", *compiled):
     failures, tries = run(page, programs, compiled)
     with open(page) as source:
         exempt = len(of_kind(source.read(), pages.EXEMPT))
-    print "%s: %d of %d examples failed, %d blocks not run" % (os.path.basename(page), failures, tries, exempt)
+    print "%s: %d of %d examples failed, %d blocks not run" % (
+        os.path.basename(page), failures, tries, exempt)
     return 1 if failures else 0
 
 

@@ -34,7 +34,8 @@ class Design(unittest.TestCase):
             for path in glob.glob(os.path.join(ROOT, pattern)):
                 with open(path) as source:
                     text += source.read()
-        names = [span.split("::")[-1] for span in spans() if re.match(r"[A-Z]\w+(?:::\w+)?$|underLocks$", span)]
+        names = [span.split("::")[-1] for span in spans()
+                 if re.match(r"[A-Z]\w+(?:::\w+)?$|underLocks$", span)]
         self.assertGreater(len(names), 8)
         for name in names:
             self.assertTrue(re.search(r"\b%s\b" % name, text) or is_there(name)

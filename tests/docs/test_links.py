@@ -15,7 +15,8 @@ _LINK = re.compile(r"\]\(([^)\s]+)\)")
 
 
 def pages(root):
-    return sorted(glob.glob(root + "/*.md") + glob.glob(root + "/docs/*.md") + glob.glob(root + "/docs/*/*.md"))
+    return sorted(path for pattern in ("/*.md", "/docs/*.md", "/docs/*/*.md")
+                  for path in glob.glob(root + pattern))
 
 
 def prose(path):
@@ -64,12 +65,14 @@ class Links(unittest.TestCase):
         root = tempfile.mkdtemp()
         self.addCleanup(shutil.rmtree, root)
         with open(os.path.join(root, "a.md"), "w") as out:
-            out.write("# A Title, it is\n[x](b.md) [y](#a-title-it-is) [z](a.md#nothing) `[c](no)`\n```\n[d](no)\n```\n")
+            out.write("# A Title, it is\n[x](b.md) [y](#a-title-it-is) [z](a.md#nothing) `[c](no)`\n"
+                      "```\n[d](no)\n```\n")
         self.assertEqual(broken(root), ["a.md: b.md", "a.md: a.md#nothing"])
 
 
 def has_mkdocs():
-    return any(os.access(os.path.join(folder, "mkdocs"), os.X_OK) for folder in os.environ["PATH"].split(os.pathsep))
+    return any(os.access(os.path.join(folder, "mkdocs"), os.X_OK)
+               for folder in os.environ["PATH"].split(os.pathsep))
 
 
 class Site(unittest.TestCase):

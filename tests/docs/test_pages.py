@@ -40,7 +40,8 @@ class Blocks(unittest.TestCase):
                          [pages.SESSION, pages.FILE, pages.SCRIPT, pages.CONSOLE, pages.CPP, pages.TEXT])
 
     def test_a_mark_exempts_the_block_behind_it_and_no_other(self):
-        self.assertEqual(kinds("<!-- not run: it takes an hour -->\n" + fence("console", "$ x") + fence("console", "$ x")),
+        command = fence("console", "$ x")
+        self.assertEqual(kinds("<!-- not run: it takes an hour -->\n" + command + command),
                          [pages.EXEMPT, pages.CONSOLE])
 
     def test_a_mark_without_a_reason_exempts_nothing(self):
@@ -59,7 +60,8 @@ class Blocks(unittest.TestCase):
 
     def test_fragments_of_cpp_become_functions_behind_what_they_include(self):
         text = extract_snippet.extracted(fence("cpp", "#include <a.h>\n\nf();") + fence("cpp", "g();"), "cpp")
-        self.assertRegexpMatches(text, r"(?s)^#include <a.h>\n.*fragment0\(\) \{\s+f\(\);\s+\}.*fragment1\(\) \{\s+g\(\);")
+        self.assertRegexpMatches(text, r"(?s)^#include <a.h>\n.*fragment0\(\) \{\s+f\(\);\s+\}.*"
+                                       r"fragment1\(\) \{\s+g\(\);")
 
 
 class Running(unittest.TestCase):
@@ -79,7 +81,8 @@ class Running(unittest.TestCase):
         self.assertEqual(self.status(fence("python", ">>> 1 + 1\n3"))[0], 1)
 
     def test_sessions_share_their_names(self):
-        self.assertEqual(self.status(fence("python", ">>> x = 1") + "text\n" + fence("python", ">>> x\n1"))[0], 0)
+        text = fence("python", ">>> x = 1") + "text\n" + fence("python", ">>> x\n1")
+        self.assertEqual(self.status(text)[0], 0)
 
     def test_what_stands_outside_of_sessions_is_not_run(self):
         self.assertEqual(self.status(fence("text", ">>> 1\n2") + fence("python", ">>> 1\n1"))[0], 0)
@@ -93,7 +96,8 @@ class Running(unittest.TestCase):
         self.assertEqual(self.status(fence("console", "$ echo 1\n2"))[0], 1)
 
     def test_commands_find_the_files_that_the_page_shows(self):
-        self.assertEqual(self.status("`it.py`:\n\n" + fence("python", "x = 1") + fence("console", "$ cat it.py\nx = 1"))[0], 0)
+        text = "`it.py`:\n\n" + fence("python", "x = 1") + fence("console", "$ cat it.py\nx = 1")
+        self.assertEqual(self.status(text)[0], 0)
 
     def test_that_a_client_has_to_wait_for_its_agent_is_no_difference(self):
         waits = "[PyServer a.b not responding, still trying -- is it running?]"

@@ -45,7 +45,8 @@ def members(text):
 
 def public(cls):
     """What the dictionary of a type of the module has, but for a plain documentation string."""
-    return set(name for name in vars(cls) if name != "__doc__" or not isinstance(vars(cls)[name], (str, type(None))))
+    return set(name for name, value in vars(cls).items()
+               if name != "__doc__" or not isinstance(value, (str, type(None))))
 
 
 def parameters(function):
@@ -105,7 +106,8 @@ class Module(Comparing):
         names = re.findall(r'\.tp_name = "(_Kel\.\w+)"', sources)
         self.assert_same([heading for heading, _ in sections("types.md", 2)], names)
         for cls in self.types():
-            self.assert_same(members(section("types.md", 2, cls.__module__ + "." + cls.__name__)), public(cls))
+            name = cls.__module__ + "." + cls.__name__
+            self.assert_same(members(section("types.md", 2, name)), public(cls))
 
     def types(self):
         item, store = acme.Item("reference", 1), acme.Store("reference")
@@ -119,14 +121,16 @@ class Module(Comparing):
         return found
 
     def test_what_every_class_has_is_told(self):
-        roots = public(_Kel.pyType(Kel.Type("Kel::PtrInterface"))) | public(acme.Size) - set(acme.Size.attributes)
+        roots = public(_Kel.pyType(Kel.Type("Kel::PtrInterface")))
+        roots |= public(acme.Size) - set(acme.Size.attributes)
         everywhere = members(section("objects.md", 2, "Every class"))
         self.assert_same(everywhere + members(section("objects.md", 2, "Values")), roots - set(["__doc__"]))
         self.assertLessEqual(public(_Kel.pyType(Kel.Type("Kel::PtrInterface"))), set(everywhere))
 
     def test_what_directories_have_is_told(self):
-        directory = public(type(Kel.root()))
-        own = set(name for name in directory if isinstance(vars(type(Kel.root()))[name], type(vars(acme.Item)["size"])))
+        cls = type(Kel.root())
+        directory = public(cls)
+        own = set(name for name in directory if type(vars(cls)[name]) is type(vars(acme.Item)["size"]))
         self.assert_same(members(section("objects.md", 2, "Objects with a default collection")) +
                          members(section("objects.md", 2, "Directories")), directory - own)
 
@@ -143,7 +147,8 @@ class Faces(Comparing):
 
     def check_module(self, page, module, more=()):
         headings = [heading for heading, _ in sections(page, 3)]
-        self.assert_same([heading.partition("(")[0] for heading in headings], list(module.__all__) + list(more))
+        self.assert_same([heading.partition("(")[0] for heading in headings],
+                         list(module.__all__) + list(more))
         for heading in headings:
             name, bar, _ = heading.partition("(")
             thing = getattr(module, name)
@@ -158,7 +163,8 @@ class Faces(Comparing):
         for name in documented:
             getattr(instance, name)
         self.assert_same([name for name in documented if not name.startswith("_")],
-                         [name for name in dir(instance) if not name.startswith("_") and not hasattr(base, name)])
+                         [name for name in dir(instance)
+                          if not name.startswith("_") and not hasattr(base, name)])
 
     def test_each_name_of_Kel_has_its_entry_with_its_parameters(self):
         self.check_module("kel.md", Kel)
@@ -192,8 +198,8 @@ class Cpp(Comparing):
         exported = {}
         for path in glob.glob(messages.ROOT + "/kelpy/*/*.h"):
             with open(path) as source:
-                names = re.findall(r"(?m)^(?!#).*KELPY_API\b[^;{(=]*?(\w+)(?=\s*(?:[;(={]|:(?!:)|__attribute__))",
-                                   source.read())
+                names = re.findall(r"(?m)^(?!#).*KELPY_API\b[^;{(=]*?(\w+)"
+                                   r"(?=\s*(?:[;(={]|:(?!:)|__attribute__))", source.read())
             if names:
                 exported[os.path.relpath(path, messages.ROOT + "/kelpy")] = set(names)
         self.assertGreater(len(exported), 20)
@@ -262,8 +268,8 @@ class Reading(unittest.TestCase):
         return (messages.of_python if name.endswith(".py") else messages.of_cpp)(path)
 
     def test_a_text_in_pieces_and_with_conversions_is_one_text_with_gaps(self):
-        self.assertEqual(self.texts("a.cpp", 'PyErr_Format( PyExc_TypeError, "no %s is "\n   "a %-5.2f", a, b );'),
-                         set([u"no \u2026 is a \u2026"]))
+        text = 'PyErr_Format( PyExc_TypeError, "no %s is "\n   "a %-5.2f", a, b );'
+        self.assertEqual(self.texts("a.cpp", text), set([u"no \u2026 is a \u2026"]))
 
     def test_a_text_that_reaches_the_raise_by_a_variable_is_found(self):
         self.assertEqual(self.texts("a.cpp", 'char const* why = "this cannot be";'), set([u"this cannot be"]))

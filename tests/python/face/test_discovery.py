@@ -167,7 +167,8 @@ class Help(TestCase):
 
     def test_help_of_a_class_shows_its_signature_its_bases_and_every_attribute(self):
         text = rendered(acme.Item)
-        self.assertIn("class Acme::Item(Acme::Thing)\n |  Acme::Item : Kel::Type(name, id) : Acme::Thing\n", text)
+        self.assertIn("class Acme::Item(Acme::Thing)\n"
+                      " |  Acme::Item : Kel::Type(name, id) : Acme::Thing\n", text)
         for name in acme.Item.attributes:
             self.assertRegexpMatches(text, r"(?m)^ \|  %s\n \|      %s : " % (name, name))
         self.assertIn("Data descriptors inherited from Acme::Thing:\n |  \n |  note\n", text)
@@ -184,7 +185,8 @@ class Help(TestCase):
     def test_help_of_a_schema_shows_each_of_its_types(self):
         text = rendered(acme)
         for kel_type in Kel.types("Acme"):
-            self.assertRegexpMatches(text, r"(?m)^    (?:\w+ = )?class %s\(" % re.escape(kel_type.fullTypeName))
+            name = re.escape(kel_type.fullTypeName)
+            self.assertRegexpMatches(text, r"(?m)^    (?:\w+ = )?class %s\(" % name)
 
     def test_help_of_the_module_shows_each_function_with_its_text(self):
         text = rendered(_Kel)
@@ -210,8 +212,9 @@ class Mistyped(TestCase):
 
     def test_a_name_that_an_object_does_not_have_is_what_Python_says(self):
         item = acme.Item("discovery", 1)
-        self.assertRefused(AttributeError, "'Acme::Item' object has no attribute 'siez'", getattr, item, "siez")
-        self.assertRefused(AttributeError, "'Acme::Item' object has no attribute 'siez'", setattr, item, "siez", 1)
+        text = "'Acme::Item' object has no attribute 'siez'"
+        self.assertRefused(AttributeError, text, getattr, item, "siez")
+        self.assertRefused(AttributeError, text, setattr, item, "siez", 1)
         self.assertRefused(AttributeError, "type object 'Acme::Item' has no attribute 'siez'",
                            getattr, acme.Item, "siez")
         self.assertRefused(AttributeError, "'_Kel.Collection' object has no attribute 'kesy'",
