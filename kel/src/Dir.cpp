@@ -8,7 +8,7 @@ namespace Kel {
 namespace {
 
 void requireLegalName( String const& name ) {
-   if( name.empty() || name.stdString().find( '/' ) != std::string::npos ) {
+   if( name.empty() || name.view().find( '/' ) != std::string_view::npos ) {
       throw IllegalNameException( _fmt( "'%s' is no name of an entity", name.charPtr() ) );
    }
 }
@@ -31,7 +31,7 @@ void Dir::EntityCollection::addMember( Ptr< Entity > const& entity ) {
       throw NameInUseException( _fmt(
          "the name '%s' is in use in %s", entity->name().charPtr(), dir_->fullName().charPtr() ) );
    }
-   if( entity->parent_ || entity.get() == Dir::root() ) {
+   if( entity->parent_ ) {
       throw RangeException(
          _fmt( "%s stands in a directory already", entity->fullName().charPtr() ) );
    }

@@ -17,7 +17,10 @@ String Entity::fullName() const {
       return lastFullName_.empty() ? name_ : lastFullName_;
    }
    String above = parent_->fullName();
-   return above == String( "/" ) ? above + name_ : above + "/" + name_;
+   if( above != "/" ) {
+      above += '/';
+   }
+   return above + name_;
 }
 
 String Entity::strRep() const {
@@ -55,7 +58,10 @@ Ptr< Entity > entity( String const& fullName ) {
    while( at && begin < path.size() ) {
       std::size_t end = std::min( path.find( '/', begin ), path.size() );
       auto dir = dynamicPtrCast< Dir >( at );
-      at = dir ? dir->entityPtr( String( path.substr( begin, end - begin ) ) ) : nullptr;
+      if( !dir ) {
+         return nullptr;
+      }
+      at = dir->entityPtr( String( path.substr( begin, end - begin ) ) );
       // A "/" at the end names nothing.
       if( end + 1 == path.size() ) {
          return nullptr;

@@ -14,7 +14,10 @@ constinit thread_local bool isCapturing = false;
 String errnoMessage( int errnoValue, String const& text ) {
    char buffer[256];
    char const* reason = strerror_r( errnoValue, buffer, sizeof buffer );
-   return text.empty() ? String( reason ) : text + ": " + reason;
+   if( text.empty() ) {
+      return reason;
+   }
+   return text + ": " + reason;
 }
 
 // Made at load, while there is memory for it, and never destroyed.

@@ -162,7 +162,10 @@ String GenericIf::strRep() const {
 
 std::string GenericIf::gnmiStrRep() const {
    auto const* ops = type().impl().value;
-   return ops && ops->gnmiStrRep ? ops->gnmiStrRep( address_ ) : strRep().stdString();
+   if( ops && ops->gnmiStrRep ) {
+      return ops->gnmiStrRep( address_ );
+   }
+   return strRep().stdString();
 }
 
 std::vector< unsigned char > GenericIf::gnmiByterep() const {

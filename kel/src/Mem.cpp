@@ -31,7 +31,7 @@ struct MemCacheRelease {
    }
 
    void open() {
-      if( !opened && !closed ) {
+      if( !opened ) {
          opened = true;
          for( MemList& list : memCache.lists ) {
             list.room = blocksPerList;

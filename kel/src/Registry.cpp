@@ -42,7 +42,8 @@ void checkAgainstOtherUnits( KelType type ) {
 void kelModuleIs( KelModule const* module ) {
    std::lock_guard guard( registrationMutex );
    auto const* old = published.load( std::memory_order_acquire );
-   auto* table = new NameTable{ old ? old->types : decltype( old->types )(), old };
+   auto* table = old ? new NameTable( *old ) : new NameTable();
+   table->before = old;
    for( std::uint64_t i = 0; i < module->types; ++i ) {
       KelType type( module, static_cast< std::uint16_t >( i ) );
       bool typeNameIsNew = table->types.emplace( type.fullTypeName(), type ).second;

@@ -33,6 +33,8 @@ KEL_UNIT( _Unit_kelModule,
       attr< &Box::boxes >( "boxes" ) ),
    entity< Rack, Kel::Dir >( args( arg< Kel::String >( "name" ) ), attr< &Rack::width >( "width" ),
       attr< &Rack::height >( "height" ),
-      collection< &Rack::entities >( "slot" ).indexedBy( "name" ) ) )
+      collection< &Rack::entities >( "slot" ).indexedBy( "name" ) ),
+   pointer< Own >( attr< &Own::n >( "n" ) ),
+   pointer< SpecialOwn, Own >( attr< &SpecialOwn::more >( "more" ) ) )
 
 } // namespace Unit

@@ -16,8 +16,11 @@ class SpecialPart;
 class Maker;
 class Box;
 class Rack;
+class Own;
+class SpecialOwn;
 
-KEL_TYPES( _Unit_kelModule, Level, Money, Pair, Either, Part, SpecialPart, Maker, Box, Rack );
+KEL_TYPES( _Unit_kelModule, Level, Money, Pair, Either, Part, SpecialPart, Maker, Box, Rack, Own,
+   SpecialOwn );
 
 struct Money {
    Kel::U32 cents = 0;
@@ -123,6 +126,27 @@ class Rack : public Kel::Dir {
 
    using Kel::Dir::Dir;
    Kel::U32 width = 0, height = 0;
+};
+
+// Counted without PtrInterface.
+class Own {
+ public:
+   Own() = default;
+   Own( Own const& ) = delete;
+   Own& operator=( Own const& ) = delete;
+   virtual ~Own() = default;
+   std::uint32_t& kelReferenceWord() const noexcept { return word_; }
+   void handleZeroRef() const noexcept { delete this; }
+
+   Kel::U32 n = 5;
+
+ private:
+   mutable std::uint32_t word_ = 0;
+};
+
+class SpecialOwn : public Own {
+ public:
+   Kel::U32 more = 6;
 };
 
 } // namespace Unit

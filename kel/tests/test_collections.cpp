@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <kel/Exception.h>
 
 #include "GenericHelp.h"
@@ -256,4 +258,147 @@ TEST_F( Collection, of_a_million_members_walks_without_a_copy ) {
    }
    // Deleting under the iterator moves it on by itself, so every other member is left out.
    EXPECT_EQ( seen, 500'000u );
+}
+
+TEST_F( Collection, equals_one_with_equal_members_in_any_order ) {
+   using Numbers = Map< U32, U32 >;
+   auto const of = []( std::initializer_list< std::pair< U32, U32 > > members ) {
+      Numbers numbers;
+      for( auto const& [key, member] : members ) {
+         numbers.set( key, member );
+      }
+      return numbers;
+   };
+   EXPECT_TRUE( of( {} ) == of( {} ) );
+   EXPECT_TRUE( of( { { 1, 10 }, { 2, 20 } } ) == of( { { 2, 20 }, { 1, 10 } } ) );
+   EXPECT_FALSE( of( { { 1, 10 } } ) == of( { { 1, 10 }, { 2, 20 } } ) );
+   EXPECT_FALSE( of( { { 1, 10 }, { 2, 20 } } ) == of( { { 1, 10 }, { 3, 20 } } ) );
+   EXPECT_FALSE( of( { { 1, 10 }, { 2, 20 } } ) == of( { { 1, 10 }, { 2, 21 } } ) );
+}
+
+TEST_F( Collection, keeps_its_members_when_it_is_assigned_to_itself ) {
+   Map< U32, U32 > map;
+   map.set( 1, 10 );
+   auto& same = map;
+   map = same;
+   EXPECT_EQ( *map.find( 1 ), 10u );
+}
+
+TEST_F( Collection, of_pointers_takes_a_member_that_it_has_once ) {
+   auto const part = newObject< Part >( String( "p" ) );
+   auto const other = newObject< Part >( String( "p" ) );
+   object().seen.addMember( part );
+   auto const version = object().seen.version();
+   object().seen.addMember( part );
+   EXPECT_EQ( object().seen.members(), 1u );
+   EXPECT_EQ( object().seen.version(), version );
+   object().seen.addMember( other );
+   EXPECT_EQ( object().seen.get( "p" ), other );
+   EXPECT_EQ( object().seen.members(), 1u );
+}
+
+TEST_F( Collection, that_keeps_its_table_finds_new_members_and_no_old_ones ) {
+   using Node = MapNode< U32, U32 >;
+   constexpr HashMap2018VTable table = HashMap2018VTable::Impl< Node, U32 >::vtable();
+   HashMap2018Generic map( &table, 100u, true );
+   map._memberDelAll();
+   map.emptyAllBuckets( &table, false );
+   EXPECT_EQ( map.version(), 0u );
+   for( U32 round = 1; round <= 2; ++round ) {
+      for( U32 key = round; key < 300; key += 2 ) {
+         map.newMemberG( new Node( key, round ), &key );
+      }
+      for( U32 key = 1; key < 300; ++key ) {
+         EXPECT_EQ( map.lookupNodeG( &key ) != nullptr, key >= round && key % 2 == round % 2 );
+      }
+      map._memberDelAll();
+      EXPECT_EQ( map.members(), 0u );
+      EXPECT_EQ( map.first(), nullptr );
+   }
+}
+
+TEST_F( Collection, ends_the_iterators_that_stand_in_it_and_their_copies ) {
+   using Node = MapNode< U32, U32 >;
+   constexpr HashMap2018VTable table = HashMap2018VTable::Impl< Node, U32 >::vtable();
+   auto map = std::make_unique< HashMap2018Generic >( &table, 1u, false );
+   U32 const key = 7;
+   map->newMemberG( new Node( key, 1 ), &key );
+   HashMap2018IteratorGeneric first( *map ), second( *map );
+   EXPECT_TRUE( first.currNodeNonStale() );
+   map = nullptr;
+   EXPECT_FALSE( first.currNodeNonStale() );
+   EXPECT_FALSE( second.currNodeNonStale() );
+   HashMap2018IteratorGeneric copy( first );
+   copy.advance();
+   EXPECT_FALSE( copy.currNodeNonStale() );
+}
+
+TEST_F( Collection, that_is_ordered_finds_members_by_number_among_gaps ) {
+   Queue< U32 > queue;
+   for( U32 member : { 10u, 20u, 30u } ) {
+      queue.add( member );
+   }
+   EXPECT_TRUE( queue.del( 1 ) );
+   EXPECT_FALSE( queue.del( 1 ) );
+   EXPECT_FALSE( queue.exist( 1 ) );
+   EXPECT_FALSE( queue.exist( 3 ) );
+   EXPECT_EQ( *queue.find( 2 ), 30u );
+   queue.set( 2, 31 );
+   EXPECT_EQ( queue.back(), 31u );
+   EXPECT_THROW( queue.set( 1, 21 ), RangeException );
+   EXPECT_THROW( queue.set( 3, 41 ), RangeException );
+}
+
+TEST_F( Collection, that_is_a_queue_moves_an_iterator_off_a_member_that_goes ) {
+   Queue< U32 > queue;
+   for( U32 member : { 10u, 20u, 30u, 40u } ) {
+      queue.add( member );
+   }
+   auto it = queue.iterator();
+   queue.remove();
+   EXPECT_EQ( it.member(), 20u ); // at the new front
+   ++it;
+   EXPECT_EQ( it.member(), 30u );
+   queue.del( 2 );
+   EXPECT_EQ( it.member(), 40u );
+   queue.del( 3 );
+   EXPECT_FALSE( it ); // there is none behind
+   ++it;
+   EXPECT_FALSE( it );
+   auto last = queue.iterator();
+   EXPECT_TRUE( last );
+   queue.remove();
+   EXPECT_FALSE( last );
+}
+
+TEST_F( Collection, that_is_a_stack_moves_an_iterator_off_a_member_that_goes ) {
+   Stack< U32 > stack;
+   for( U32 member : { 10u, 20u, 30u, 40u } ) {
+      stack.add( member );
+   }
+   auto it = stack.iterator();
+   stack.remove();
+   EXPECT_EQ( it.member(), 30u ); // at the new top
+   ++it;
+   EXPECT_EQ( it.member(), 20u );
+   stack.del( 1 );
+   EXPECT_EQ( it.member(), 10u );
+   stack.del( 0 );
+   EXPECT_FALSE( it ); // there is none below
+   auto last = stack.iterator();
+   EXPECT_EQ( last.member(), 30u );
+   stack.remove();
+   EXPECT_FALSE( last );
+}
+
+TEST_F( Collection, by_position_deletes_no_member_behind_its_last ) {
+   Vector< S32 > vector;
+   vector.add( 5 );
+   EXPECT_FALSE( vector.del( 1 ) );
+   EXPECT_TRUE( vector.del( 0 ) );
+   EXPECT_FALSE( vector.del( 0 ) );
+   DynArray< U32 > array( 2 );
+   EXPECT_FALSE( array.del( 2 ) );
+   EXPECT_TRUE( array.del( 1 ) );
+   EXPECT_EQ( array.members(), 2u );
 }

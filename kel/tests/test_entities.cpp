@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <kel/Exception.h>
+#include <kel/Notifiee.h>
 
 #include "GenericHelp.h"
 #include "TestUnit.h"
@@ -136,4 +137,39 @@ class Reviver : public PtrInterface {
 TEST( References, made_while_an_object_ends_do_not_end_it_twice ) {
    { Ptr< PtrInterface > only( new Reviver() ); }
    EXPECT_EQ( Reviver::ends, 1 );
+}
+
+TEST_F( Entities, get_into_a_directory_by_a_name_that_is_free_alone ) {
+   auto const first = newObject< Box >( String( "b" ) ), second = newObject< Box >( String( "b" ) );
+   auto& entities = dir->entities();
+   EXPECT_THROW( entities.addMember( nullptr ), RangeException );
+   EXPECT_THROW( entities.addMember( newObject< Box >( String( "a/b" ) ) ), IllegalNameException );
+   EXPECT_THROW( entities.addMember( Dir::root() ), IllegalNameException );
+   entities.addMember( first );
+   entities.addMember( first );
+   EXPECT_THROW( entities.addMember( second ), NameInUseException );
+   EXPECT_EQ( entities.members(), 1u );
+   EXPECT_EQ( second->parent(), nullptr );
+   EXPECT_EQ( dir->entityPtr( "b" ), first );
+}
+
+TEST( References, of_an_object_that_nobody_asks_about_have_no_list_of_notifiees ) {
+   Locked const locked;
+   auto const part = newObject< Part >( String( "p" ) );
+   EXPECT_EQ( part->notifieeList(), nullptr );
+   NotifieeList::of( part.get() );
+   EXPECT_NE( part->notifieeList(), nullptr );
+}
+
+TEST( References, end_an_object_at_zero_alone ) {
+   Locked const locked;
+   auto const live = Part::live;
+   auto const part = newObject< Part >( String( "p" ) );
+   part->zeroReferencesIs( false );
+   EXPECT_EQ( Part::live, live + 1 );
+   EXPECT_EQ( part->id(), String( "p" ) );
+}
+
+TEST( AttributeIds, are_never_zero ) {
+   EXPECT_EQ( attrId( "\xcc\x24\x31\xc4" ), 1u ); // whose hash is
 }

@@ -215,3 +215,88 @@ TEST_F( Generics, read_a_scalar_without_malloc_once_warm ) {
    EXPECT_EQ( addresses.size(), 1u );
 #endif
 }
+
+TEST_F( Generics, refuse_operations_that_are_no_operators_or_have_not_their_operands ) {
+   KelType const money = kelType< Money >();
+   auto const two = generic( Money{ 2 } );
+   auto const message = [&]( auto const& operate, AttributeOp op ) {
+      try {
+         operate( op );
+      } catch( OpNotSupportedException const& exception ) {
+         return exception.message();
+      }
+      return String( "nothing" );
+   };
+   auto const arithmetic = [&]( AttributeOp op ) { money.genericIfArithmeticOp( two, op, two ); };
+   auto const boolean = [&]( AttributeOp op ) { money.genericIfBooleanOp( two, op, two ); };
+   String const none( "Unit::Money does not support the operation asked for" );
+   for( AttributeOp const op : { AttributeOp::get, AttributeOp::iterate } ) {
+      EXPECT_EQ( message( arithmetic, op ), none );
+      EXPECT_EQ( message( boolean, op ), none );
+   }
+   EXPECT_EQ( message( arithmetic, AttributeOp::operatorLess_ ),
+      String( "Unit::Money does not support the operation <" ) );
+   EXPECT_EQ( message( boolean, AttributeOp::operatorPlus_ ),
+      String( "Unit::Money does not support the operation +" ) );
+   EXPECT_EQ( message( boolean, AttributeOp::operatorBool_ ),
+      String( "Unit::Money does not support the operation truth" ) ); // it has one operand
+   auto const plus = AttributeOp::operatorPlus_;
+   EXPECT_THROW( money.genericIfArithmeticOp( nullptr, plus, two ), OpNotSupportedException );
+   EXPECT_THROW( money.genericIfArithmeticOp( two, plus, nullptr ), OpNotSupportedException );
+   auto const less = AttributeOp::operatorLess_;
+   EXPECT_THROW( money.genericIfBooleanOp( nullptr, less, two ), OpNotSupportedException );
+   EXPECT_THROW( money.genericIfBooleanOp( two, less, nullptr ), OpNotSupportedException );
+   EXPECT_THROW( money.genericIfBooleanOp( two, less, generic( U32( 2 ) ) ), TypeException );
+   EXPECT_THROW(
+      kelType< Part >().genericIfArithmeticOp( box, plus, box ), OpNotSupportedException );
+}
+
+TEST_F( Generics, of_an_enum_begin_with_zero_and_show_a_number_that_is_no_constant ) {
+   EXPECT_EQ( newValue< Level >()->strRep(), String( "none" ) );
+   EXPECT_EQ( generic( Level( 7 ) )->strRep(), String( "Unit::Level(7)" ) );
+}
+
+TEST_F( Generics, of_values_count_no_references ) {
+   EXPECT_EQ( generic( U32( 1 ) )->references(), 0u );
+   EXPECT_EQ( box->references(), 1u );
+}
+
+TEST_F( Generics, write_static_attributes_through_const_views ) {
+   auto const view = KelType::genericIf( &object(), true );
+   set( view, "boxes", generic( U32( 6 ) ) );
+   EXPECT_EQ( Box::boxes, 6u );
+   Box::boxes = 5;
+}
+
+TEST_F( Generics, that_are_made_in_place_are_no_collection_and_take_no_value ) {
+   KelAttr const lid = attr( box, "lid" );
+   auto const part = make( "Unit::Part", { text( "p" ) } );
+   EXPECT_THROW( lid.genericIfSet( box, nullptr, part ), OpNotSupportedException );
+   EXPECT_THROW( static_cast< void >( lid.genericIfMembers( box ) ), OpNotSupportedException );
+   EXPECT_FALSE( get( box, "lid" ) );
+}
+
+TEST_F( Generics, view_objects_that_count_themselves_by_their_bases_too ) {
+   Ptr< SpecialOwn > const special = new SpecialOwn();
+   auto const view = kelType< SpecialOwn >().genericIf( special.get(), false );
+   EXPECT_EQ( view->references(), 2u );
+   EXPECT_EQ( view->voidPtrIs( kelType< Own >() ), static_cast< Own* >( special.get() ) );
+   EXPECT_EQ( view->voidPtrIs( kelType< PtrInterface >() ), nullptr );
+   EXPECT_EQ( as< U32 >( get( view, "n" ) ), 5u );
+   set( view, "n", generic( U32( 8 ) ) );
+   EXPECT_EQ( special->n, 8u );
+   EXPECT_EQ( as< U32 >( get( view, "more" ) ), 6u );
+}
+
+TEST_F( Generics, view_no_object_where_there_is_none ) {
+   auto const view = kelType< Own >().genericIf( static_cast< void const* >( nullptr ), false );
+   ASSERT_TRUE( view );
+   EXPECT_EQ( view->references(), 0u );
+   EXPECT_EQ( view->voidPtrIs( kelType< Own >() ), nullptr );
+   EXPECT_EQ( view->strRep(), String( "generic(0x0000000000000000)" ) );
+   EXPECT_FALSE( KelType::genericIf( static_cast< PtrInterface* >( nullptr ), false ) );
+}
+
+TEST_F( Generics, are_gone_over_by_no_iterator_of_nothing ) {
+   EXPECT_FALSE( static_cast< bool >( GenericIfRaw::Iterator() ) );
+}

@@ -416,6 +416,8 @@ TEST( TraceConfiguration, readByTwoThreadsAtOnceOpensItsFileOnce ) {
    setenv( "KEL_TRACE", "", 1 );
    setenv( "KEL_TRACE_FILE", "/dev/null", 1 );
    EXPECT_EXIT( readConfigurationTwice(), testing::ExitedWithCode( 1 ), "^$" );
+   setenv( "KEL_TRACE_FILE", "", 1 ); // standard error stays open
+   EXPECT_EXIT( readConfigurationTwice(), testing::ExitedWithCode( 0 ), "^$" );
    unsetenv( "KEL_TRACE" );
    unsetenv( "KEL_TRACE_FILE" );
 }

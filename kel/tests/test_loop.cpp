@@ -13,6 +13,7 @@
 #include <thread>
 
 #include <kel/Activity.h>
+#include <kel/ActivityLoop.h>
 #include <kel/Clock.h>
 #include <kel/Notifiee.h>
 #include <kel/System.h>
@@ -301,6 +302,16 @@ TEST_F( Loop, passes_over_a_change_of_what_is_no_attribute ) {
    change();
    manager().runUntilIdle();
    EXPECT_EQ( seen, "1" );
+}
+
+TEST_F( Loop, passes_over_a_change_of_what_nobody_asks_about ) {
+   auto const live = Part::live;
+   auto part = newObject< Part >( String( "p" ) );
+   ActivityLoop::instance().queueChange( part.get(), attrId( "weight" ), nullptr );
+   part = nullptr;
+   EXPECT_EQ( Part::live, live + 1 );
+   manager().runUntilIdle();
+   EXPECT_EQ( Part::live, live );
 }
 
 TEST_F( Loop, tells_a_timer_of_no_change_of_the_clock ) {

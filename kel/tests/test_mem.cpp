@@ -105,6 +105,19 @@ TEST( Mem, allowsAFreeInADestructorAtTheThreadsEnd ) {
    } ).join();
 }
 
+TEST( Mem, makesABlockOfNone ) {
+   for( std::size_t const size : { 1u, 64u, 100'000u } ) {
+      void* const block = memRealloc( nullptr, 0, size );
+      ASSERT_NE( block, nullptr );
+      std::memset( block, 1, size );
+      memFree( block, size );
+   }
+   // As if the size that there was had not been forgotten.
+   void* const block = memRealloc( nullptr, 64, 64 );
+   EXPECT_NE( block, nullptr );
+   memFree( block, 64 );
+}
+
 TEST( Mem, ignoresANullPointer ) {
    memFree( nullptr, 16 );
    memFree( nullptr, 1000 );

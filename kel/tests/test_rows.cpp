@@ -15,24 +15,31 @@ using namespace Unit;
 
 namespace {
 
-constexpr char typeNames[] = "Rows::Plain\0Rows::Derived";
-constexpr char attrNames[] = "\0unreadable\0without\0keyed\0index\0orphan";
+constexpr char typeNames[] = "Rows::Plain\0Rows::Derived\0Rows::Bare\0Rows::Number";
+constexpr char attrNames[] = "\0unreadable\0without\0keyed\0index\0bare\0orphan";
 constexpr std::uint32_t unreadableName = 1;
 constexpr std::uint32_t withoutName = unreadableName + sizeof( "unreadable" );
 constexpr std::uint32_t keyedName = withoutName + sizeof( "without" );
 constexpr std::uint32_t indexName = keyedName + sizeof( "keyed" );
-constexpr std::uint32_t orphanName = indexName + sizeof( "index" );
+constexpr std::uint32_t bareName = indexName + sizeof( "index" );
+constexpr std::uint32_t orphanName = bareName + sizeof( "bare" );
+constexpr std::uint32_t derivedTypeName = sizeof( "Rows::Plain" );
+constexpr std::uint32_t bareTypeName = derivedTypeName + sizeof( "Rows::Derived" );
+constexpr std::uint32_t numberTypeName = bareTypeName + sizeof( "Rows::Bare" );
 
 constexpr std::int16_t noType = ~0;
 constexpr std::int16_t u32 =
    ~( int( Impl::coreTypeOfBuiltin ) + static_cast< int >( BuiltinType::u32 ) );
 constexpr auto readWrite = attrBit( AttrFlag::readable ) | attrBit( AttrFlag::writable );
 
-// The last attribute row stands in no type's block, and the second type has none of its own.
-constexpr TypeRow types[] = { TypeRow::make(
-                                 typeBit( TypeFlag::isValue ) | typeBit( TypeFlag::hasValAttr ), 0,
-                                 4, 4, noType, 0, 0, 3 ),
-   TypeRow::make( typeBit( TypeFlag::isValue ), sizeof( "Rows::Plain" ), 4, 4, noType, 0, 3, 0 ) };
+// The last attribute row stands in no type's block, the second type has none of its own, and the
+// third has no operations.
+constexpr auto valueFlags = typeBit( TypeFlag::isValue ) | typeBit( TypeFlag::hasValAttr );
+constexpr TypeRow types[] = { TypeRow::make( valueFlags, 0, 4, 4, noType, 0, 0, 3 ),
+   TypeRow::make( valueFlags, derivedTypeName, 4, 4, 0, 0, 3, 0 ),
+   TypeRow::make( typeBit( TypeFlag::isValue ), bareTypeName, 4, 4, noType, 0, 3, 1 ),
+   TypeRow::make(
+      valueFlags | typeBit( TypeFlag::isEnumType ), numberTypeName, 4, 4, u32, 0, 3, 1 ) };
 
 constexpr AttrRow attrs[] = { AttrRow::make( attrId( "unreadable" ), attrBit( AttrFlag::isStatic ),
                                  unreadableName, u32, noType, 0, 0 ),
@@ -40,6 +47,8 @@ constexpr AttrRow attrs[] = { AttrRow::make( attrId( "unreadable" ), attrBit( At
       noType, 0, 0 ),
    AttrRow::make( attrId( "keyed" ), readWrite | attrBit( AttrFlag::collectionForm ), keyedName,
       noType, noType, 0, indexName ),
+   AttrRow::make(
+      attrId( "bare" ), readWrite | attrBit( AttrFlag::isStatic ), bareName, u32, noType, 0, 0 ),
    AttrRow::make( attrId( "orphan" ), readWrite, orphanName, u32, noType, 0, 0 ) };
 
 constexpr ArgRow noArgs[1] = {};
@@ -52,14 +61,20 @@ int readOnly( AttrCall& call ) {
 constexpr TypeImpl::AttrOpFn attrOps[] = { &readOnly, nullptr, &readOnly };
 constexpr ValueOps valueOps = {};
 constexpr TypeImpl impls[] = { { attrOps, nullptr, nullptr, nullptr, &valueOps, nullptr },
+   { nullptr, nullptr, nullptr, nullptr, &valueOps, nullptr },
+   { nullptr, nullptr, nullptr, nullptr, &valueOps, nullptr },
    { nullptr, nullptr, nullptr, nullptr, &valueOps, nullptr } };
 
 // Registered nowhere.
-constexpr KelModule record = { types, attrs, noArgs, typeNames, attrNames, nullptr, impls,
+extern KelModule const record;
+constexpr TypeRef referenced[] = { { &record, 0, {} } };
+constexpr KelModule record = { types, attrs, noArgs, typeNames, attrNames, referenced, impls,
    std::size( types ) };
 
 KelType const plain( &record, 0 );
 KelType const derived( &record, 1 );
+KelType const bare( &record, 2 );
+KelType const number( &record, 3 );
 
 KelAttr row( std::uint16_t index, KelType const& scope = plain ) {
    return KelAttr( &record, scope.typeIndex(), index );
@@ -103,16 +118,31 @@ TEST_F( Rows, without_an_operation_support_none ) {
    EXPECT_EQ( attributeOp( derived, attrId( "keyed" ), call ), attrOpNotOwn );
 }
 
+TEST_F( Rows, of_a_type_without_operations_support_none ) {
+   KelAttr const attr = row( 3, bare );
+   EXPECT_EQ(
+      messageOf< OpNotSupportedException >( [&] { attr.genericIfGet( nullptr, nullptr ); } ),
+      String( "Rows::Bare.bare does not support the operation 'read'" ) );
+   EXPECT_EQ( messageOf< OpNotSupportedException >(
+                 [&] { attr.genericIfSet( nullptr, nullptr, generic( U32( 1 ) ) ); } ),
+      String( "Rows::Bare.bare does not support the operation 'write'" ) );
+   EXPECT_EQ( messageOf< OpNotSupportedException >(
+                 [&] { static_cast< void >( attr.genericIfBack( nullptr ) ); } ),
+      String( "Rows::Bare.bare does not support the operation 'back'" ) );
+   AttrCall call{ .attr = {}, .op = AttributeOp::get };
+   EXPECT_EQ( attributeOp( bare, attrId( "bare" ), call ), attrOpNotApplicable );
+}
+
 TEST_F( Rows, of_no_type_belong_to_none ) {
    String const message( "Rows::Plain.orphan belongs to no type" );
    auto const value = generic( U32( 1 ) );
    EXPECT_EQ(
-      messageOf< InternalException >( [&] { row( 3 ).genericIfGet( value, nullptr ); } ), message );
+      messageOf< InternalException >( [&] { row( 4 ).genericIfGet( value, nullptr ); } ), message );
    EXPECT_EQ( messageOf< InternalException >(
-                 [&] { row( 3 ).genericIfSet( value, nullptr, generic( U32( 1 ) ) ); } ),
+                 [&] { row( 4 ).genericIfSet( value, nullptr, generic( U32( 1 ) ) ); } ),
       message );
    EXPECT_EQ( messageOf< InternalException >(
-                 [&] { static_cast< void >( row( 3 ).genericIfExist( value, nullptr ) ); } ),
+                 [&] { static_cast< void >( row( 4 ).genericIfExist( value, nullptr ) ); } ),
       message );
 }
 
@@ -135,7 +165,9 @@ TEST_F( Rows, with_members_of_no_type_have_no_index_attribute ) {
 
 TEST_F( Rows, of_a_flagged_type_hold_its_value_attribute ) {
    EXPECT_STREQ( plain.valAttr().name(), "unreadable" );
-   EXPECT_FALSE( derived.valAttr() );
+   EXPECT_STREQ( derived.valAttr().name(), "unreadable" ); // of the last of its bases
+   EXPECT_STREQ( number.valAttr().name(), "bare" );        // an enum type has none
+   EXPECT_FALSE( bare.valAttr() );
 }
 
 TEST_F( Rows, of_every_kind_need_an_object_of_their_type ) {

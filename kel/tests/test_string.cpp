@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <sstream>
@@ -193,6 +195,25 @@ TEST( Fmt, formatsTextsOfAnyLength ) {
    }
 }
 
+TEST( Fmt, throwsForATextThatCannotBeEncoded ) {
+   wchar_t const text[] = { 0x110000, 0 };
+   try {
+      static_cast< void >( _fmt( "%ls", text ) );
+      FAIL();
+   } catch( ErrnoException const& exception ) {
+      EXPECT_EQ( exception.errnoValue(), EILSEQ );
+      EXPECT_EQ( exception.text(), "cannot format a text" );
+   }
+}
+
+TEST( String, hasAnOrderWithStandardTexts ) {
+   EXPECT_TRUE( String( "a" ) < "b" );
+   EXPECT_FALSE( String( "b" ) < "a" );
+   EXPECT_FALSE( String( "a" ) < std::string( "a" ) );
+   EXPECT_TRUE( String( "b" ) > std::string_view( "a" ) );
+   EXPECT_TRUE( String( "a" ) < "ab" );
+}
+
 TEST( Demangle, givesTheNameOfAType ) {
    EXPECT_EQ( demangle( typeid( int ) ), "int" );
    EXPECT_EQ( demangle( typeid( String ) ), "Kel::String" );
@@ -216,6 +237,9 @@ TEST( Seconds, calculateAndCompareAsADouble ) {
    EXPECT_EQ( ( -time ).value(), -1.5 );
    EXPECT_LT( Seconds( 1 ), time );
    EXPECT_EQ( time, Seconds( 1.5 ) );
+   EXPECT_GT( time, Seconds( 1 ) );
+   Seconds const unordered( std::nan( "" ) );
+   EXPECT_FALSE( unordered < time || unordered > time || unordered == time );
    EXPECT_EQ( std::hash< Seconds >()( Seconds( 0.0 ) ), std::hash< Seconds >()( Seconds( -0.0 ) ) );
 }
 
