@@ -29,6 +29,7 @@ _DOC_BEFORE = re.compile(r"(?:METH_\w+,|\.tp_doc =|readOnly\([^()]*,|\b\w+Row\(|
 _ALTERNATIVE = re.compile(r"[?:]\s*$")  # before a word that stands in for a gap
 _STAGE = re.compile(r"[a-z]+(?: [a-z]+)*: $")
 _SENTENCE = re.compile(r"[A-Za-z0-9'>]+,? '?[a-z0-9_A-Z%(]")
+_COMMANDS = ("_KelBrowse", "_KelSchema")  # modules of commands
 _PRIVATE = ("Closed", "Gone", "Late", "Rubbish")  # of the server; they end in its trace
 
 
@@ -106,9 +107,10 @@ def of_source():
     for pattern, texts_of in (("kelpy/*/*.cpp", of_cpp), ("kelpy/*/*.h", of_cpp),
                               ("kel/src/*.cpp", lambda path: of_cpp(path, everything=False)),
                               ("kel/include/kel/*.h", lambda path: of_cpp(path, everything=False)),
-                              ("python/[KP]*.py", of_python), ("python/_Kel[LMR]*.py", of_python),
-                              ("python/_PyServer*.py", of_python)):
+                              ("python/*.py", of_python)):
         for path in sorted(glob.glob(os.path.join(ROOT, pattern))):
+            if os.path.basename(path).startswith(_COMMANDS):
+                continue
             for text in texts_of(path):
                 found.setdefault(text, os.path.relpath(path, ROOT))
     return found
