@@ -2,7 +2,7 @@
 
     with Progress("check", len(names)) as progress:
         for name in names:
-            progress.next(name)         # check 2 of 20: memory, 75 s
+            progress.next(name, 60)     # check 2 of 20: memory, 12 of about 60 s
             ...
             progress.clear()            # before anything else is printed
 
@@ -26,21 +26,20 @@ class Progress(object):
         """With `ticking`, a thread of its own counts the seconds; without, next() and step() alone write."""
         self._stream = stream or sys.stderr
         self._what, self._total, self._number = what, total, 0
-        self._name, self._detail = "", ""
-        self._started = time.time()
+        self._name, self._detail, self._seconds, self._started = "", "", 0, 0
         self._shown = False
         self._lock = threading.Lock()
         self._ended = threading.Event()
         self.active = self._stream.isatty()
-        if self.active and ticking:
-            ticker = threading.Thread(target=self._tick)
-            ticker.daemon = True
-            ticker.start()
+        self._ticker = threading.Thread(target=self._tick) if self.active and ticking else None
+        if self._ticker:
+            self._ticker.daemon = True
+            self._ticker.start()
 
-    def next(self, name):
-        """Goes on to the next of the total."""
+    def next(self, name, seconds=0):
+        """Goes on to the next of the total, which takes about so many seconds, if that is known."""
         self._number += 1
-        self._name, self._detail = name, ""
+        self._name, self._detail, self._seconds, self._started = name, "", seconds, time.time()
         self._write()
 
     def step(self, number, total):
@@ -64,6 +63,8 @@ class Progress(object):
 
     def end(self):
         self._ended.set()
+        if self._ticker:
+            self._ticker.join()
         self.clear()
         self.active = False
 
@@ -74,8 +75,10 @@ class Progress(object):
         self.end()
 
     def text(self):
-        return "%s %d of %d: %s%s, %d s" % (self._what, self._number, self._total, self._name, self._detail,
-                                            time.time() - self._started)
+        about = " of about %d" % self._seconds if self._seconds else ""
+        return "%s %d of %d: %s%s, %d%s s" % (
+            self._what, self._number, self._total, self._name, self._detail,
+            time.time() - self._started, about)
 
     def _tick(self):
         while not self._ended.wait(1):
@@ -103,7 +106,7 @@ class Progress(object):
 class Silent(object):
     """What stands in where nobody has asked for progress."""
 
-    def next(self, name):
+    def next(self, name, seconds=0):
         pass
 
     def step(self, number, total):

@@ -56,7 +56,7 @@ def perform(check, options):
     """Whether it passed; prints its line."""
     form = "short" if options.short else "long"
     started = time.time()
-    frame.progress.next(check.NAME)
+    frame.progress.next(check.NAME, check.SECONDS.get(form, 0))
     try:
         result = (check.planted if options.planted else check.run)(form)
     except frame.NotReady as error:

@@ -9,7 +9,6 @@ import os
 import re
 import subprocess
 import sys
-import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
@@ -60,15 +59,6 @@ def runModule(options, progress):
     return process.returncode == 0
 
 
-def waited(process, seconds, progress):
-    """The status with which it ends; tells meanwhile for how long it has run."""
-    started = time.time()
-    while progress.active and process.poll() is None:
-        progress.step(min(seconds, time.time() - started), seconds)
-        time.sleep(0.5)
-    return process.wait()
-
-
 def folder(*parts):
     path = os.path.join(*parts)
     if not os.path.isdir(path):
@@ -86,8 +76,7 @@ def runGuided(name, options, progress):
                "-max_total_time=%d" % options.seconds] + OPTIONS
     environment = dict(os.environ, **({"KEL_FUZZ_PLANT": "1"} if options.plant else {}))
     with open(prefix + "log", "w+") as log:
-        process = subprocess.Popen(command, stdout=log, stderr=subprocess.STDOUT, env=environment)
-        status = waited(process, options.seconds, progress)
+        status = subprocess.call(command, stdout=log, stderr=subprocess.STDOUT, env=environment)
         log.seek(0)
         text = log.read()
     progress.clear()
@@ -117,7 +106,7 @@ def main(arguments):
     clean = True
     with Progress("fuzzer", len(options.names)) as progress:
         for name in options.names:
-            progress.next(name)
+            progress.next(name, options.seconds if name in GUIDED else 0)
             clean &= (runModule(options, progress) if name == "module"
                       else runGuided(name, options, progress))
             sys.stdout.flush()

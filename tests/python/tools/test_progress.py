@@ -73,6 +73,12 @@ class AtTerminal(unittest.TestCase):
             "progress.next('a'); progress.clear(); sys.stderr.write('said\\n')"))
         self.assertRegexpMatches(written, r"work 1 of 3: a, \d+ s\x1b\[K\r\x1b\[Ksaid\r\n$")
 
+    def test_no_thread_is_left_at_the_end(self):
+        body = "progress.next('a')\nimport threading\nprint threading.active_count()"
+        status, out, written = at_terminal(at_work(body, ticking=True))
+        self.assertEqual((status, out), (0, "1\n"))
+        self.assertTrue(written.endswith(CLEARED), repr(written))
+
     def test_seconds_do_not_bring_back_what_was_cleared(self):
         body = "progress.next('a')\n    progress.clear()\n    time.sleep(1.5)"
         _, _, written = at_terminal(at_work(body, ticking=True))
@@ -88,6 +94,10 @@ class AtTerminal(unittest.TestCase):
                 "    time.sleep(1.5)")
         _, _, written = at_terminal(at_work(body, ticking=True))
         self.assertGreater(len([line for line in lines(written) if line.startswith("work 1 of 3: a, ")]), 1)
+
+    def test_the_seconds_that_it_takes_are_told_where_they_are_known(self):
+        _, _, written = at_terminal(at_work("progress.next('a', 60); progress.next('b')"))
+        self.assertRegexpMatches(written, r"work 1 of 3: a, \d+ of about 60 s\x1b\[K\rwork 2 of 3: b, \d+ s\x1b")
 
     def test_a_line_is_no_wider_than_the_terminal(self):
         _, _, written = at_terminal(at_work("progress.next('x' * 500)"), COLUMNS="40")
