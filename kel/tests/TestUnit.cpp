@@ -35,6 +35,7 @@ KEL_UNIT( _Unit_kelModule,
       attr< &Rack::height >( "height" ),
       collection< &Rack::entities >( "slot" ).indexedBy( "name" ) ),
    pointer< Own >( attr< &Own::n >( "n" ) ),
-   pointer< SpecialOwn, Own >( attr< &SpecialOwn::more >( "more" ) ) )
+   pointer< SpecialOwn, Own >( attr< &SpecialOwn::more >( "more" ) ),
+   value< Mask >( attr< &Mask::bits >( "bits", valAttr ) ) )
 
 } // namespace Unit

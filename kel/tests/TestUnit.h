@@ -11,6 +11,7 @@ enum class Level : Kel::S16 { low = -2, none = 0, high = 300 };
 struct Money;
 struct Pair;
 struct Either;
+struct Mask;
 class Part;
 class SpecialPart;
 class Maker;
@@ -20,7 +21,7 @@ class Own;
 class SpecialOwn;
 
 KEL_TYPES( _Unit_kelModule, Level, Money, Pair, Either, Part, SpecialPart, Maker, Box, Rack, Own,
-   SpecialOwn );
+   SpecialOwn, Mask );
 
 struct Money {
    Kel::U32 cents = 0;
@@ -47,6 +48,12 @@ struct Either {
    void textIs( Kel::String value ) { *this = { 0, std::move( value ), true }; }
    bool numberIsLive() const { return !isText; }
    bool textIsLive() const { return isText; }
+};
+
+struct Mask {
+   Kel::U32 bits = 0;
+
+   Mask operator~() const { return { ~bits }; }
 };
 
 class Part : public Kel::PtrInterface {

@@ -300,3 +300,23 @@ TEST_F( Generics, view_no_object_where_there_is_none ) {
 TEST_F( Generics, are_gone_over_by_no_iterator_of_nothing ) {
    EXPECT_FALSE( static_cast< bool >( GenericIfRaw::Iterator() ) );
 }
+
+TEST_F( Generics, calculate_with_one_operand_where_the_operator_has_one ) {
+   auto const mask = generic( Mask{ 0xf0f0f0f0u } );
+   auto const other =
+      kelType< Mask >().genericIfArithmeticOp( mask, AttributeOp::operatorCompl_, nullptr );
+   EXPECT_EQ( as< Mask >( other ).bits, 0x0f0f0f0fu );
+   EXPECT_THROW( kelType< Mask >().genericIfArithmeticOp( mask, AttributeOp::operatorCompl_, mask ),
+      OpNotSupportedException );
+}
+
+TEST_F( Generics, copy_the_value_at_an_address ) {
+   Money money{ 7 };
+   auto const copy = kelType< Money >().genericIf( &money, false );
+   money.cents = 8;
+   EXPECT_EQ( as< Money >( copy ).cents, 7u );
+   Level const level = Level::high;
+   EXPECT_EQ( kelType< Level >().genericIf( &level, true )->strRep(), String( "high" ) );
+   U32 const number = 9;
+   EXPECT_EQ( as< U32 >( kelType< U32 >().genericIf( &number, true ) ), 9u );
+}

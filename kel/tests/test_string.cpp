@@ -238,6 +238,7 @@ TEST( Seconds, calculateAndCompareAsADouble ) {
    EXPECT_LT( Seconds( 1 ), time );
    EXPECT_EQ( time, Seconds( 1.5 ) );
    EXPECT_GT( time, Seconds( 1 ) );
+   EXPECT_LE( time, Seconds( 1.5 ) );
    Seconds const unordered( std::nan( "" ) );
    EXPECT_FALSE( unordered < time || unordered > time || unordered == time );
    EXPECT_EQ( std::hash< Seconds >()( Seconds( 0.0 ) ), std::hash< Seconds >()( Seconds( -0.0 ) ) );

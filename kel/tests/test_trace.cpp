@@ -77,6 +77,12 @@ TEST_F( Trace, showsNothingForADash ) {
    EXPECT_EXIT( traceAllLevels( "Acme" ), testing::ExitedWithCode( 0 ), "^$" );
 }
 
+TEST_F( Trace, collectsTheTextOfEachPieceAndOfNone ) {
+   TraceStream stream;
+   stream << static_cast< char const* >( nullptr ) << ' ' << true << ' ' << false << ' ' << "x";
+   EXPECT_EQ( stream.text(), "(null) true false x" );
+}
+
 TEST_F( Trace, passesOverWhatItCannotRead ) {
    environmentIs( ",Acme,Acme/,Acme/x,Acme/!,Acme/3-x,Acme/3-1,Acme/10,/,Acme/9," );
    EXPECT_EXIT( traceAllLevels( "Acme" ), testing::ExitedWithCode( 0 ), lines( "Acme", "9" ) );

@@ -1,15 +1,19 @@
 #include <gtest/gtest.h>
 
 #include <poll.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <limits>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <kel/Exception.h>
 #include <kel/Lock.h>
@@ -158,6 +162,184 @@ TEST( Watchdog, leavesTheSystemCallsOfLanguagesAloneAndShowsWhereTheyAre ) {
    EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
    EXPECT_EQ( count( outcome, "the hook\nIt waits in system call " ), 1U ) << outcome.errors;
    EXPECT_EQ( count( outcome, "Native stack" ), 0U ) << outcome.errors;
+}
+
+// A hook that leaves the thread to the watchdog.
+bool hookIsOfNobody( int, pid_t ) {
+   return false;
+}
+
+TEST( Watchdog, showsTheNativeStackOfAThreadThatIsOfNoLanguage ) {
+   Outcome const outcome = inChild( [] {
+      Told const told;
+      printThreadStackFn = hookIsOfNobody;
+      secondsAre( 0.2 );
+      LockAnchor const locked( activityLock() );
+      told.waitFor( "Native stack (most recent call FIRST):\n" );
+      return 0;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
+}
+
+TEST( Watchdog, showsSomeOfManyWhoWaitAndCountsTheOthers ) {
+   Outcome const outcome = inChild( [] {
+      Told const told;
+      std::vector< std::thread > waiting;
+      {
+         LockAnchor const locked( activityLock() );
+         for( int i = 0; i < 12; ++i ) {
+            waiting.emplace_back( [] { LockAnchor const waits( activityLock() ); } );
+         }
+         Watchdog::instance()->secondsIs( Seconds( 0.5 ) );
+         told.waitFor( "more wait for it]" );
+      }
+      for( auto& each : waiting ) {
+         each.join();
+      }
+      return 0;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
+   EXPECT_EQ( count( outcome, " waits for the activity lock]" ), 8U ) << outcome.errors;
+   EXPECT_EQ( count( outcome, "[watchdog: 4 more wait for it]" ), 1U ) << outcome.errors;
+}
+
+TEST( Watchdog, takesThreadsThatWaitForOtherLocksForNoWaiters ) {
+   Outcome const outcome = inChild( [] {
+      Told const told;
+      pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER; // of an address above the library's
+      pthread_mutex_lock( &mutex );
+      std::thread other( [&mutex] {
+         pthread_mutex_lock( &mutex );
+         pthread_mutex_unlock( &mutex );
+      } );
+      {
+         secondsAre( 0.2 );
+         std::thread waits;
+         {
+            LockAnchor const locked( activityLock() );
+            waits = std::thread( [] { LockAnchor const waits( activityLock() ); } );
+            told.waitFor( "waits for the activity lock" );
+         }
+         told.waitFor( "has given up" );
+         waits.join();
+      }
+      pthread_mutex_unlock( &mutex );
+      other.join();
+      return 0;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
+   EXPECT_EQ( count( outcome, " waits for the activity lock]" ), 1U ) << outcome.errors;
+}
+
+TEST( Watchdog, showsNamesOfThreadsInOneLine ) {
+   Outcome const outcome = inChild( [] {
+      Told const told;
+      secondsAre( 0.2 );
+      pthread_setname_np( pthread_self(), "a\nb \xc3\xa4" );
+      LockAnchor const locked( activityLock() );
+      told.waitFor( "has held" );
+      return 0;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
+   EXPECT_EQ( count( outcome, " (a?b \xc3\xa4) has held the activity lock for " ), 1U )
+      << outcome.errors;
+}
+
+TEST( Watchdog, tellsOfTheHolderWithoutAnyDescriptor ) {
+   Outcome const outcome = inChild( [] {
+      Told const told;
+      secondsAre( 0.2 );
+      rlimit const none = { 0, 0 };
+      setrlimit( RLIMIT_NOFILE, &none );
+      LockAnchor const locked( activityLock() );
+      told.waitFor( "has held" );
+      told.waitFor( "[0x" );
+      return 0;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
+}
+
+// The signal by which threads are asked for their stacks, 0 if there is none.
+int stackSignal() {
+   for( int number = SIGRTMAX; number >= SIGRTMIN; --number ) {
+      struct sigaction action = {};
+      sigaction( number, nullptr, &action );
+      if( action.sa_flags & SA_SIGINFO ) {
+         return number;
+      }
+   }
+   return 0;
+}
+
+TEST( Watchdog, takesNoSignalThatTheProcessUses ) {
+   Outcome const outcome = inChild( [] {
+      Told const told;
+      for( int number = SIGRTMIN; number <= SIGRTMAX; ++number ) {
+         signal( number, SIG_IGN );
+      }
+      secondsAre( 0.2 );
+      LockAnchor const locked( activityLock() );
+      told.waitFor( "(there is no signal to ask for it)\n" );
+      return stackSignal();
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
+}
+
+TEST( Watchdog, tellsOfAThreadThatCannotBeAsked ) {
+   Outcome const outcome = inChild( [] {
+      Told const told;
+      secondsAre( 0.2 );
+      rlimit const none = { 0, 0 };
+      setrlimit( RLIMIT_SIGPENDING, &none );
+      LockAnchor const locked( activityLock() );
+      told.waitFor( "(the thread cannot be asked)\n" );
+      return 0;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
+}
+
+TEST( Watchdog, takesItsSignalFromOthersForNothing ) {
+   Outcome const outcome = inChild( [] {
+      Told const told;
+      secondsAre( 0.2 );
+      int const number = stackSignal();
+      errno = EBADMSG;
+      raise( number );
+      sigqueue( getpid(), number, sigval{ .sival_int = 0 } );
+      sigqueue( getpid(), number, sigval{ .sival_int = 7 } );
+      if( number == 0 || errno != EBADMSG ) {
+         return 1;
+      }
+      LockAnchor const locked( activityLock() );
+      told.waitFor( "[0x" );
+      return 0;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
+}
+
+TEST( Watchdog, thatGetsNoThreadCanBeTurnedOnAgain ) {
+   Outcome const outcome = inChild( [] {
+      Told const told;
+      pthread_attr_t usual, huge;
+      pthread_getattr_default_np( &usual );
+      pthread_attr_init( &huge );
+      pthread_attr_setstacksize( &huge, std::size_t( 1 ) << 60 );
+      pthread_setattr_default_np( &huge );
+      try {
+         secondsAre( 0.2 );
+         return 1;
+      } catch( ErrnoException const& ) {
+      }
+      pthread_setattr_default_np( &usual );
+      if( Watchdog::instance()->seconds().value() != 0 ) {
+         return 2;
+      }
+      secondsAre( 0.2 );
+      LockAnchor const locked( activityLock() );
+      told.waitFor( "has held" );
+      return 0;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
 }
 
 TEST( Watchdog, isOffAtFirstAndCanBeTurnedOff ) {
