@@ -248,17 +248,19 @@ headline("Agents")
 # This one runs the script agent.py beside us: a store and a handler that writes down what it costs
 # to buy there. It is announced in a folder, which for a moment is one of our own.
 here = os.path.dirname(os.path.abspath(__file__))
-programs = os.path.join(os.path.dirname(os.path.abspath(_Kel.__file__)), os.pardir, "bin")
+os.environ["PATH"] = os.pathsep.join(
+    [os.path.join(os.path.dirname(os.path.abspath(_Kel.__file__)), os.pardir, "bin"),
+     os.environ.get("PATH", os.defpath)])
 os.environ["KELC_AGENTS_DIR"] = tempfile.mkdtemp()
 agent = subprocess.Popen(
-    [os.path.join(programs, "kel-agent"), "--group", "acme", "--name", "shop",
+    ["kel-agent", "--group", "acme", "--name", "shop",
      os.path.join(here, "agent.py")], stdout=subprocess.PIPE)
 try:
     print("it says:", agent.stdout.readline().strip())
 
     def ask(*words):
         """What kel-eval prints; a program in C++ asks in the same way through Kel::PyClient."""
-        return subprocess.check_output([os.path.join(programs, "kel-eval"), "acme.shop"] + list(words)).strip()
+        return subprocess.check_output(["kel-eval", "acme.shop"] + list(words)).strip()
 
     print("a bolt costs", ask("store.price['bolt']"), "there, a nut", ask("store.price.get('nut')"))
     # A change from outside is a change like any other: the agent's own handler sees it.
