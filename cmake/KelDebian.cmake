@@ -1,11 +1,12 @@
-# `./dev package`: a Debian package of each component of the installation, by CPack. They are for the Python 2.7
-# of Debian alone, as no other is there where they go.
+# `./dev package`: a Debian package of each component of the installation, by CPack. They are for
+# the Python 2.7 of Debian alone, as no other is there where they go.
 find_program( KEL_DPKG_QUERY dpkg-query )
 if( NOT KEL_DPKG_QUERY OR NOT KEL_SANITIZE STREQUAL "none" )
    return()
 endif()
 
-# The packages that the files are of, as the field Built-Using lists their sources; empty if one is of none.
+# The packages that the files are of, as the field Built-Using lists their sources; empty if one is
+# of none.
 function( kel_built_using result )
    set( sources )
    foreach( file IN LISTS ARGN )
@@ -13,7 +14,8 @@ function( kel_built_using result )
       execute_process( COMMAND ${KEL_DPKG_QUERY} -S ${file}
          OUTPUT_VARIABLE package ERROR_QUIET OUTPUT_STRIP_TRAILING_WHITESPACE )
       string( REGEX REPLACE ": [^\n]*$" "" package "${package}" )
-      execute_process( COMMAND ${KEL_DPKG_QUERY} -W -f "\${source:Package} (= \${source:Version})" "${package}"
+      execute_process(
+         COMMAND ${KEL_DPKG_QUERY} -W -f "\${source:Package} (= \${source:Version})" "${package}"
          OUTPUT_VARIABLE source ERROR_QUIET RESULT_VARIABLE status )
       if( NOT package OR NOT status EQUAL 0 )
          set( ${result} "" PARENT_SCOPE )
@@ -91,7 +93,8 @@ function( kel_debian_package component name )
 
    # Part of the packages alone.
    set( only COMPONENT ${component} EXCLUDE_FROM_ALL )
-   install( FILES ${debian}/copyright ${package}/changelog.Debian.gz DESTINATION share/doc/${name} ${only} )
+   install( FILES ${debian}/copyright ${package}/changelog.Debian.gz
+      DESTINATION share/doc/${name} ${only} )
    install( FILES ${debian}/${name}.lintian-overrides DESTINATION share/lintian/overrides
       RENAME ${name} ${only} )
 endfunction()
@@ -151,6 +154,7 @@ kel-agent makes an agent of a script of Python 2.7, kel-eval questions one,
 and kel-schema prints what libraries of types declare." )
 
 install( DIRECTORY examples/acme examples/outside DESTINATION share/doc/libkel-dev/examples
-   COMPONENT development EXCLUDE_FROM_ALL REGEX "acme/CMakeLists|__pycache__|\\.pyc$|outside/build" EXCLUDE )
+   COMPONENT development EXCLUDE_FROM_ALL
+   REGEX "acme/CMakeLists|__pycache__|\\.pyc$|outside/build" EXCLUDE )
 
 include( CPack )

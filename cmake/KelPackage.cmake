@@ -1,6 +1,6 @@
-# `./dev install PREFIX`: libraries, headers, Python modules, the programs and their manuals, the CMake
-# packages Kel and KelPy with the targets Kel::kel and KelPy::KelPy, and the same for pkg-config. The
-# components are the Debian packages of `./dev package`, see KelDebian.
+# `./dev install PREFIX`: libraries, headers, Python modules, the programs and their manuals, the
+# CMake packages Kel and KelPy with the targets Kel::kel and KelPy::KelPy, and the same for
+# pkg-config. The components are the Debian packages of `./dev package`, see KelDebian.
 if( NOT TARGET kelpy )
    return()
 endif()
@@ -11,8 +11,8 @@ set( package ${CMAKE_BINARY_DIR}/package )
 set( modules lib/python2.7/\${KEL_MODULES} )
 file( MAKE_DIRECTORY ${package} )
 
-# The folder of modules is the one that the interpreter looks into by itself, if that lies in the prefix.
-# A debug interpreter that is not installed needs the environment which its script sets.
+# The folder of modules is the one that the interpreter looks into by itself, if that lies in the
+# prefix. A debug interpreter that is not installed needs the environment which its script sets.
 execute_process( COMMAND ${CMAKE_COMMAND} -E env --unset=PYTHONPATH
       ${Python27_EXECUTABLE} -s -c "import sys; print ' '.join(sys.path)"
    OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY )
@@ -26,8 +26,10 @@ install( CODE "
 function( kel_cmake_package name )
    configure_package_config_file( cmake/${name}Config.cmake.in ${package}/${name}Config.cmake
       INSTALL_DESTINATION lib/cmake/${name} )
-   write_basic_package_version_file( ${package}/${name}ConfigVersion.cmake COMPATIBILITY SameMajorVersion )
-   install( EXPORT ${name}Targets NAMESPACE ${name}:: DESTINATION lib/cmake/${name} COMPONENT development )
+   write_basic_package_version_file( ${package}/${name}ConfigVersion.cmake
+      COMPATIBILITY SameMajorVersion )
+   install( EXPORT ${name}Targets NAMESPACE ${name}:: DESTINATION lib/cmake/${name}
+      COMPONENT development )
    install( FILES ${package}/${name}Config.cmake ${package}/${name}ConfigVersion.cmake
       DESTINATION lib/cmake/${name} COMPONENT development )
 endfunction()
@@ -37,10 +39,12 @@ function( kel_pkg_config name )
    install( FILES ${package}/${name}.pc DESTINATION lib/pkgconfig COMPONENT development )
 endfunction()
 
-# For the linker by name where it looks anyway, so that the file is the same on machines of another sort.
+# For the linker by name where it looks anyway, so that the file is the same on machines of another
+# sort.
 set( pythonLibrary ${Python27_LIBRARY} )
 cmake_path( GET Python27_LIBRARY PARENT_PATH folder )
-if( folder IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES AND Python27_LIBRARY MATCHES "/lib([^/]+)\\.so$" )
+if( folder IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES
+      AND Python27_LIBRARY MATCHES "/lib([^/]+)\\.so$" )
    set( pythonLibrary -l${CMAKE_MATCH_1} )
 endif()
 
@@ -52,7 +56,8 @@ kel_cmake_package( Kel )
 kel_pkg_config( kel )
 
 # Where gdb looks for what belongs to a library, below its data folder; loaded with the library.
-install( FILES tools/gdb/kel_printers.py DESTINATION share/gdb/auto-load/\${CMAKE_INSTALL_PREFIX}/lib
+install( FILES tools/gdb/kel_printers.py
+   DESTINATION share/gdb/auto-load/\${CMAKE_INSTALL_PREFIX}/lib
    COMPONENT development RENAME $<TARGET_FILE_NAME:kel>-gdb.py )
 
 # The binding.

@@ -1,5 +1,5 @@
-# What CPack leaves to do on each package: the field Built-Using, which it does not know, and a trigger where
-# it writes scripts that call ldconfig.
+# What CPack leaves to do on each package: the field Built-Using, which it does not know, and a
+# trigger where it writes scripts that call ldconfig.
 foreach( deb IN LISTS CPACK_PACKAGE_FILES )
    cmake_path( GET deb FILENAME name )
    string( REGEX REPLACE "_.*" "" name ${name} )

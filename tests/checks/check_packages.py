@@ -1,8 +1,8 @@
 """The Debian packages install where nothing is but Debian, work there, and leave nothing behind.
 
-They are installed in a chroot of a bare Debian, with what they need from the archive: Python 2.7 is
-from Debian 11. All is tried as a user would: Python, agents, manuals, a project in C++ by make and by
-CMake, the example acme. It takes root.
+They are installed in a chroot of a bare Debian, with what they need from the archive: Python 2.7
+is from Debian 11. All is tried as a user would: Python, agents, manuals, a project in C++ by make
+and by CMake, the example acme. It takes root.
 """
 
 import glob
@@ -22,14 +22,15 @@ NAMES = "libkel1 libkel-dev python2.7-kel kel-tools"
 # The archive that Python 2.7 is from is given as $mirror.
 SOURCES = """
 echo "deb $mirror bullseye main" > /etc/apt/sources.list.d/bullseye.list
-printf 'Package: *\\nPin: release n=bullseye\\nPin-Priority: 100\\n' > /etc/apt/preferences.d/bullseye
+printf 'Package: *\\nPin: release n=bullseye\\nPin-Priority: 100\\n' \\
+   > /etc/apt/preferences.d/bullseye
 echo force-unsafe-io > /etc/dpkg/dpkg.cfg.d/unsafe
 apt-get -qq update
 """
 
 INSTALL = """
-apt-get -qq install -y --no-install-recommends /packages/libkel1_*.deb /packages/python2.7-kel_*.deb \\
-   /packages/kel-tools_*.deb
+apt-get -qq install -y --no-install-recommends \\
+   /packages/libkel1_*.deb /packages/python2.7-kel_*.deb /packages/kel-tools_*.deb
 """
 
 PYTHON = """
@@ -46,7 +47,8 @@ echo 'import Kel; shop = Kel.root().mkdir("shop")' > /tmp/shop.py
 kel-agent --group acme --name shop /tmp/shop.py &
 test "$( kel-eval acme.shop shop.fullName )" = /shop
 kel-eval acme.shop --backtrace | grep -q 'activity lock'
-test "$( kel-eval acme.shop '__import__( "sys" ).path.count( "/usr/lib/python2.7/dist-packages" )' )" = 1
+kel-eval acme.shop -x 'import sys'
+test "$( kel-eval acme.shop 'sys.path.count( "/usr/lib/python2.7/dist-packages" )' )" = 1
 kill %1
 wait %1
 kel-schema --runtime --type Kel::Clock | grep -q '^Kel::Clock'
@@ -108,8 +110,9 @@ REMOVE = """
 set +x
 dpkg -L %s | grep -v '^/\\.$' > /tmp/files
 apt-get -qq purge -y %s
-find / -xdev \\( -path /root -o -path /tmp -o -path /packages -o -path /var/log -o -path /var/cache -o -path /proc \\) -prune -o \\
-   \\( -name 'kel*' -o -name 'Kel*' -o -name '_Kel*' -o -name 'lib[kK]el*' -o -name '*PyServer*' \\) -print >> /tmp/files
+find /etc /opt /usr /var -xdev \\( -path /var/log -o -path /var/cache \\) -prune -o \\
+   \\( -name '[kK]el*' -o -name '_Kel*' -o -name 'lib[kK]el*' -o -name '*PyServer*' \\) -print \\
+   >> /tmp/files
 sort -u /tmp/files | while read -r file; do
    if { [ -e "$file" ] || [ -L "$file" ]; } && ! dpkg -S "$file" > /dev/null 2>&1; then
       echo "left: $file"
@@ -120,8 +123,8 @@ test ! -s /tmp/left
 """ % (NAMES, NAMES)
 
 STEPS = [("sources", SOURCES), ("install", INSTALL), ("Python", PYTHON), ("agent", AGENT),
-         ("manuals", MANUALS), ("develop", DEVELOP), ("make", BY_MAKE), ("CMake", BY_CMAKE), ("acme", ACME),
-         ("verify", VERIFY), ("remove", REMOVE)]
+         ("manuals", MANUALS), ("develop", DEVELOP), ("make", BY_MAKE), ("CMake", BY_CMAKE),
+         ("acme", ACME), ("verify", VERIFY), ("remove", REMOVE)]
 
 # A file that is not as it was packed, and one that the removal does not know of.
 SPOIL = """

@@ -1,7 +1,7 @@
 """A bare Debian, of the release that this machine has, in a folder below build/chroot.
 
-It is unpacked of one that debootstrap makes the first time. What runs in it has its own processes and
-mounts, which end with it.
+It is unpacked of one that debootstrap makes the first time. What runs in it has its own processes
+and mounts, which end with it.
 """
 
 import os
@@ -16,6 +16,8 @@ BASE = os.path.join(PLACE, "base.tar")
 # What ./dev knows of the machine; the arguments are words of it.
 SETUP = 'set -e; root=$1; shift; source "$root/tools/setup.sh"; "$@"'
 
+ISOLATED = ["unshare", "--mount", "--pid", "--fork", "--kill-child"]
+
 ENTER = """set -e
 mount -t proc proc "$1/proc"
 mount --rbind /dev "$1/dev"
@@ -29,14 +31,15 @@ def whyNot():
         return "a chroot takes root"
     if not os.path.exists("/usr/bin/apt-get"):
         return "a chroot is made of Debian's packages, by Debian's tools"
-    if subprocess.call(["unshare", "--mount", "--pid", "--fork", "true"], stderr=open(os.devnull, "w")):
+    if subprocess.call(ISOLATED + ["true"], stderr=open(os.devnull, "w")):
         return "this machine allows no mounts"
     return ""
 
 
 def setup(*words):
     """What a function of tools/setup.sh prints."""
-    ended = frame.run_process(["bash", "-c", SETUP, "bash", frame.ROOT] + list(words), 900, dict(os.environ))
+    ended = frame.run_process(["bash", "-c", SETUP, "bash", frame.ROOT] + list(words), 900,
+                              dict(os.environ))
     if ended.status != 0:
         raise frame.NotReady("%s failed:\n%s" % (words[0], "\n".join(ended.text())))
     return ended.out.strip()
@@ -104,10 +107,10 @@ class Chroot(object):
 
     def run(self, script, seconds):
         """Runs bash; gives how it Ended."""
-        environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root", "LC_ALL": "C.UTF-8",
-                       "DEBIAN_FRONTEND": "noninteractive", "TERM": "dumb"}
+        environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root",
+                       "LC_ALL": "C.UTF-8", "TERM": "dumb", "DEBIAN_FRONTEND": "noninteractive"}
         for name in "http_proxy", "https_proxy", "no_proxy":
             if name in os.environ:
                 environment[name] = os.environ[name]
-        return frame.run_process(["unshare", "--mount", "--pid", "--fork", "--kill-child", "sh", "-c", ENTER, "sh",
-                                  self.folder, script], seconds, environment)
+        return frame.run_process(ISOLATED + ["sh", "-c", ENTER, "sh", self.folder, script],
+                                 seconds, environment)

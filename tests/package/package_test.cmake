@@ -26,7 +26,8 @@ endfunction()
 
 # The same of one that has to print the text.
 function( step_that_prints wanted )
-   execute_process( COMMAND ${ARGN} RESULT_VARIABLE status OUTPUT_VARIABLE printed COMMAND_ECHO STDOUT )
+   execute_process( COMMAND ${ARGN}
+      RESULT_VARIABLE status OUTPUT_VARIABLE printed COMMAND_ECHO STDOUT )
    if( NOT status EQUAL 0 OR NOT printed STREQUAL wanted )
       fail( "status ${status}, printed: ${printed}" )
    endif()
@@ -60,7 +61,8 @@ step( ${place}/build/client )
 set( ENV{PYTHONPATH} ${prefix}/lib/python2.7/site-packages )
 step( ${PYTHON27} -c "import _Kel\nassert not _Kel.attributeAccessorCount()" )
 set( ENV{PYTHONPATH} "" )
-step( ${prefix}/bin/kel-agent --group package --name test ${OUTSIDE}/agent.py ${prefix}/bin/kel-eval )
+step( ${prefix}/bin/kel-agent --group package --name test
+   ${OUTSIDE}/agent.py ${prefix}/bin/kel-eval )
 
 # The example project by CMake, then by make.
 step( ${configure} -S ${EXAMPLE} -B ${place}/home )
