@@ -142,7 +142,7 @@ def _perform(steps):
         os.mkdir(place.path("packages"))
         for path in glob.glob(os.path.join(frame.ROOT, "build", "packages", "*.deb")):
             shutil.copy(path, place.path("packages"))
-        for name, script in steps:
+        for name, script in frame.progress.along(steps):
             ended = place.run("set -ex -o pipefail\nmirror='%s'\n%s" % (mirror, script), 1200)
             if ended.status != 0:
                 failed.append((name, ended))
