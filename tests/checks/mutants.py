@@ -71,7 +71,7 @@ MUTANTS = (
     ("kel/src/Dir.cpp", "above = above->parent()", "above = nullptr", r"^kel\.Entities"),
     ("kel/src/Entity.cpp", "if( end + 1 == path.size() ) {", "if( end + 2 == path.size() ) {",
      r"^kel\.Entities"),
-    ("kel/src/Entity.cpp", "above == String( \"/\" ) ?", "above != String( \"/\" ) ?",
+    ("kel/src/Entity.cpp", "above != \"/\"", "above == \"/\"",
      r"^kel\.Entities"),
     ("kel/src/BuiltinTypes.cpp", "\"true\" : \"false\"", "\"True\" : \"False\"",
      r"^kel\.Generics|objects\.test_values"),
