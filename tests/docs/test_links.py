@@ -70,6 +70,34 @@ class Links(unittest.TestCase):
         self.assertEqual(broken(root), ["a.md: b.md", "a.md: a.md#nothing"])
 
 
+def codes(page):
+    """What stands between single backticks."""
+    return [code.strip("`") for code in _CODE.findall(prose(page))]
+
+
+class Names(unittest.TestCase):
+
+    def test_each_verb_of_dev_that_a_page_names_is_one(self):
+        with open(os.path.join(ROOT, "dev")) as source:
+            verbs = set(re.findall(r"(?m)^verb_(\w+)\(\)", source.read())) | set(["help"])
+        named = set(verb for page in pages(ROOT) for code in codes(page)
+                    for verb in re.findall(r"^\./dev (\w+)", code))
+        self.assertGreater(len(named), 8)
+        self.assertEqual(named - verbs, set())
+
+    def test_each_path_that_a_page_names_leads_somewhere(self):
+        """From the root, or from where headers are found; what a build makes is left out."""
+        wrong = []
+        for page in pages(ROOT):
+            for path in codes(page):
+                if re.match(r"(?!build/)[\w.-]+(/[\w.*-]+)+/?$", path):
+                    places = [os.path.join(ROOT, folder, path.rstrip("/") + suffix)
+                              for folder in ("", "kel/include", "kelpy") for suffix in ("", ".h", ".cpp")]
+                    if not any(glob.glob(place) for place in places):
+                        wrong.append("%s: %s" % (os.path.relpath(page, ROOT), path))
+        self.assertEqual(wrong, [])
+
+
 def has_mkdocs():
     return any(os.access(os.path.join(folder, "mkdocs"), os.X_OK)
                for folder in os.environ["PATH"].split(os.pathsep))
