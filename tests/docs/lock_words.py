@@ -21,7 +21,25 @@ item, point = acme.Item("locks", 1), acme.Point()
 entity = _Kel.singleton("Kel::Dir").newEntity("Acme::Item", "locks")
 handle, future = _Kel.handle(item), _Kel.entityFuture("/locks", None)
 
+store = acme.Store("locks")
+views = [store.price, item.add]
+
+
+def members():
+    """Reads all that the reference says takes no lock, of types, attributes, classes, views and futures."""
+    attr = acme.Item.kelType.attr("size")
+    for thing, names in [
+            (acme.Item.kelType, dir(acme.Item.kelType)), (attr, set(dir(attr)) - set(["enumValue"])),
+            (acme.Item, ("attributes", "kelType", "__doc__")), (item, ("attributes", "kelType")),
+            (future, ("fullName", "kelType"))] + [(view, ("kelAttr", "parent")) for view in views]:
+        for name in names:
+            getattr(thing, name)
+    item.attrProperty("size", "writable"), acme.Item.kelType.isDerived(attr.scope)
+    future.convertToFailedMount()
+
+
 CALLS = [
+    (members,),
     ("typeNode", "Acme::Item"), ("pyType", acme.Item.kelType), ("singleton", "Kel::Clock"), ("const", point),
     ("nonConst", point), ("constPtr", item), ("nonConstPtr", item), ("isConst", item), ("isValue", item),
     ("isCollection", item), ("isFunction", item), ("isEntityFuture", item), ("isFailedMount", item),
@@ -37,21 +55,25 @@ CALLS = [
 ]
 
 
+def name(call):
+    return call[0].__name__ if callable(call[0]) else call[0]
+
+
 def word(call):
     order, started = [], threading.Event()
 
     def run():
         started.set()
-        result = getattr(_Kel, call[0])(*call[1:])
+        result = (call[0] if callable(call[0]) else getattr(_Kel, call[0]))(*call[1:])
         order.append("returned")
-        if call[0].lower().endswith("acquireactivitylock") and result:
+        if name(call).lower().endswith("acquireactivitylock") and result:
             _Kel.releaseActivityLock()
 
     _Kel.acquireActivityLock()
     thread = threading.Thread(target=run)
     thread.start()
     started.wait()
-    end = time.time() + (PATIENCE if call[0] in sys.argv[1:] else HELD)
+    end = time.time() + (PATIENCE if name(call) in sys.argv[1:] else HELD)
     while not order and time.time() < end:
         time.sleep(0.002)
     order.append("released")
@@ -63,5 +85,5 @@ def word(call):
 
 if __name__ == "__main__":
     for each in CALLS:
-        print each[0], word(each)
+        print name(each), word(each)
     os._exit(0)

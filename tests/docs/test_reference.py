@@ -94,7 +94,7 @@ class Module(Comparing):
         for heading, text in sections("module.md", 3):
             word = re.search(r"Locks: (none|activity|both|as `\w+`)", " ".join(text.split()))
             told[heading.partition("(")[0]] = word.group(1) if word else "none"  # of hooks it is said once
-        told["trace_ht"] = told["trace_h"]
+        told.update(trace_ht=told["trace_h"], members="none")
         script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "lock_words.py")
         done = in_child("execfile(%r)" % script, [name for name in told if told[name] == "none"])
         found = dict(line.split() for line in done.expect().out.splitlines())
