@@ -94,6 +94,25 @@ def of_python(path):
     return found
 
 
+_CLASSED = re.compile(r"PyErr_(?:SetString|Format)\(\s*PyExc_(\w+),\s*(?=\")|"
+                      r"throw (?:Kel::)?(\w+Exception)\(\s*(?:Kel::)?(?:_fmt\(\s*)?(?=\")")
+
+
+def classes():
+    """Pairs of a text that stands directly where it is raised and the class there, of the C++ sources."""
+    found = []
+    for pattern in "kelpy/*/*.cpp", "kel/src/*.cpp", "kel/include/kel/*.h":
+        for path in sorted(glob.glob(os.path.join(ROOT, pattern))):
+            with open(path) as source:
+                text = _without_comments(source.read())
+            for match in _CLASSED.finditer(text):
+                literal = _LITERALS.match(text, match.end())
+                thrown = "Kel::" + match.group(2) if match.group(2) else match.group(1)
+                if re.search("[A-Za-z]", _CONVERSION.sub("", literal.group())):
+                    found.append((with_gaps(_unescaped(literal.group())), thrown))
+    return found
+
+
 def with_gaps(text):
     if isinstance(text, str):
         text = text.decode("utf-8")
@@ -126,6 +145,13 @@ def listed(page):
                 found.append(re.sub(u" +", u" ", re.sub(
                     r"<[a-z][a-z ]*>", GAP, row.group(1).decode("utf-8"))))
     return found
+
+
+def rows(page):
+    """Pairs of a text with gaps and all the rest of its row."""
+    with open(page) as source:
+        lines = [line for line in source if re.match(r"\| `(.+?)` \|", line)]
+    return zip(listed(page), [line.split("` |", 1)[1] for line in lines])
 
 
 def pieces(text):

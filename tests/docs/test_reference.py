@@ -245,6 +245,20 @@ class Messages(unittest.TestCase):
         self.assertEqual([], ["%s: %s" % (path, text.encode("utf-8")) for text, path in sorted(source.items())
                               if not messages.stands_in(text, self.rows)])
 
+    def test_the_class_beside_a_text_is_the_one_that_the_source_raises(self):
+        rows = messages.rows(os.path.join(REFERENCE, "messages.md"))
+        python = dict(re.findall(r"(?m)^\| `(Kel::\w+)` \| .* \| `(\w+)`", section(
+            "exceptions.md", 2, "Failures of the runtime")))
+        classes = messages.classes()
+        self.assertGreater(len(classes), 60)
+        wrong = []
+        for text, thrown in classes:
+            told = "".join(rest for row, rest in rows if text in row)
+            # Some tables tell what becomes of it in Python.
+            if not any(re.search(r"\b%s\b" % name, told) for name in (thrown, python.get(thrown, thrown))):
+                wrong.append("%s: %s" % (thrown, text.encode("utf-8")))
+        self.assertEqual(wrong, [])
+
     def test_each_listed_text_stands_in_the_source(self):
         literals = messages.every_literal()
         self.assertEqual([], [row.encode("utf-8") for row in self.rows for piece in messages.pieces(row)
