@@ -24,6 +24,8 @@ struct Block {
    std::size_t size;
 };
 constinit std::array< Block, 4096 > blocks{};
+// How many places were ever taken, one behind the other: those that a free has to look at.
+constinit std::size_t placesTaken = 0;
 
 bool fails( FailingMemory::Of caller ) {
    if( !armed || hasFailed || ( whichFail != caller && whichFail != FailingMemory::Of::all ) ) {
@@ -42,6 +44,8 @@ void note( void* block, std::size_t size ) {
    auto* const place = std::ranges::find( blocks, static_cast< void* >( nullptr ), &Block::block );
    if( place != blocks.end() ) {
       *place = { block, size };
+      auto const taken = static_cast< std::size_t >( place - blocks.begin() ) + 1;
+      placesTaken = std::max( placesTaken, taken );
    }
 }
 
@@ -49,8 +53,10 @@ void forget( void* block ) {
    if( !block ) {
       return;
    }
-   auto* const place = std::ranges::find( blocks, block, &Block::block );
-   if( place != blocks.end() ) {
+   auto* const end = blocks.begin() + placesTaken;
+   auto* const place = std::find_if(
+      blocks.begin(), end, [block]( Block const& each ) { return each.block == block; } );
+   if( place != end ) {
       *place = {};
    }
 }
