@@ -2,6 +2,7 @@
 
 #include <cxxabi.h>
 
+#include <exception>
 #include <new>
 #include <typeinfo>
 
@@ -120,7 +121,10 @@ void raiseKelException( Kel::Exception const& exc, char const* prefix ) {
 
 // A thrown value of a type that nobody declared. One thrown by another language has no C++ type.
 void raiseUnknown( char const* prefix ) {
-   std::type_info const* ti = abi::__cxa_current_exception_type();
+   // The C++ library reads the type in front of the exception, where that of another language has
+   // something else; it tells the two apart only when it is asked for a pointer.
+   std::type_info const* const ti =
+      std::current_exception() ? abi::__cxa_current_exception_type() : nullptr;
    KEL_ASSERT( ti );
    KEL_ASSERT( !PyErr_Occurred() );
    Part const name( [&] { return Kel::demangle( ti->name() ); }, ti->name() );

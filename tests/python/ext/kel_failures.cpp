@@ -37,12 +37,18 @@ class NewKind : public Kel::Exception {
 
 namespace {
 
-// An exception of another language.
+// An exception of another language, in whose front stand no things of C++.
+struct Foreign {
+   char before[256];
+   _Unwind_Exception header;
+};
+
 [[noreturn]] void raiseForeign() {
-   static _Unwind_Exception foreign;
-   std::memset( &foreign, 0, sizeof foreign );
-   foreign.exception_class = 0x4b454c5445535400;
-   _Unwind_RaiseException( &foreign );
+   static Foreign foreign;
+   std::memset( foreign.before, 0x11, sizeof foreign.before );
+   std::memset( &foreign.header, 0, sizeof foreign.header );
+   foreign.header.exception_class = 0x4b454c5445535400;
+   _Unwind_RaiseException( &foreign.header );
    std::abort();
 }
 
