@@ -101,7 +101,7 @@ async function ask( what, question ) {
    }
    const answer = await reply.json();
    if( !reply.ok ) {
-      throw new Error( answer.error );
+      throw Object.assign( new Error( answer.error ), { status: reply.status } );
    }
    return answer;
 }
@@ -353,6 +353,7 @@ function show( answer ) {
 async function refresh() {
    clearTimeout( timer );
    const mine = ++serial;
+   let pause = 1000;
    try {
       const answer = await ask( "view", { entity: path, directories: Object.fromEntries( open ),
          collections: Object.fromEntries( lists ) } );
@@ -363,9 +364,11 @@ async function refresh() {
       if( mine === serial ) {
          showNotice( failure.message + "; still trying" );
       }
+      // Each question that a stuck agent has not answered keeps a thread of it.
+      pause = failure.status === 504 ? 60000 : pause;
    }
    if( mine === serial && !document.hidden ) {
-      timer = setTimeout( refresh, 1000 );
+      timer = setTimeout( refresh, pause );
    }
 }
 

@@ -101,6 +101,13 @@ class Watch {
       }
    }
 
+   // Time in which the process as a whole did not run, say for a SIGSTOP, is no one's fault.
+   void stepTook( Time time, Time planned ) {
+      if( time > 2 * planned ) {
+         since_ += std::chrono::duration_cast< Clock::duration >( time - planned );
+      }
+   }
+
    void ownerIs( pid_t owner ) {
       if( told_ ) {
          Impl::reportRelease( owner_, held() );
@@ -126,11 +133,13 @@ class Watch {
       }
       Time const limit = wished.waitForSome();
       Time const pause = std::clamp( limit / 8, Time( 0.001 ), Time( 1 ) );
+      auto const begun = Clock::now();
       if( watch.suspects( limit ) ) {
          watch.waitForLock( pause );
       } else {
          wished.pause( pause );
       }
+      watch.stepTook( Clock::now() - begun, pause );
       watch.look( limit );
    }
 }

@@ -342,6 +342,28 @@ TEST( Watchdog, thatGetsNoThreadCanBeTurnedOnAgain ) {
    EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
 }
 
+TEST( Watchdog, doesNotCountTheTimeInWhichTheWholeProcessStood ) {
+   Outcome const outcome = inChild( [] {
+      Told const told;
+      secondsAre( 2 );
+      LockAnchor const locked( activityLock() );
+      constexpr timespec sampled = { 0, 500'000'000 };
+      nanosleep( &sampled, nullptr );
+      pid_t const other = fork(); // wakes this process
+      if( other == 0 ) {
+         constexpr timespec stood = { 2, 500'000'000 };
+         nanosleep( &stood, nullptr );
+         kill( getppid(), SIGCONT );
+         _exit( 0 );
+      }
+      kill( getpid(), SIGSTOP );
+      nanosleep( &sampled, nullptr );
+      return 0;
+   } );
+   EXPECT_EQ( outcome.exitCode(), 0 );
+   EXPECT_EQ( outcome.errors, "" );
+}
+
 TEST( Watchdog, isOffAtFirstAndCanBeTurnedOff ) {
    Outcome const outcome = inChild( [] {
       Told const told;
