@@ -100,7 +100,9 @@ TEST( Watchdog, tellsOfTheHolderAndOfThoseWhoWaitWithTheirStacksAndOfTheEnd ) {
    EXPECT_EQ( count( outcome, " waits for the activity lock]" ), 1U ) << outcome.errors;
    EXPECT_EQ( count( outcome, "Native stack (most recent call FIRST):\n" ), 2U ) << outcome.errors;
    // The waiter stands in the C library's function, the holder in this program.
-   EXPECT_NE( outcome.errors.find( "kel_tests(" ), std::string::npos ) << outcome.errors;
+   EXPECT_NE(
+      outcome.errors.find( std::string( program_invocation_short_name ) + "(" ), std::string::npos )
+      << outcome.errors;
    EXPECT_EQ( count( outcome, "has given up the activity lock, which it held for " ), 1U )
       << outcome.errors;
 }
