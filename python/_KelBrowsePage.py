@@ -386,6 +386,11 @@ function go() {
    refresh();
 }
 
+element( "arguments" ).addEventListener( "keydown", event => {
+   if( event.key === "Enter" ) {
+      element( "run" ).click();
+   }
+} );
 element( "cancel" ).onclick = () => element( "sure" ).close();
 window.addEventListener( "hashchange", go );
 document.addEventListener( "visibilitychange", () => document.hidden || refresh() );

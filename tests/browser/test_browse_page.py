@@ -98,12 +98,24 @@ class Look(BrowseCase):
         self.show("/shelf/nail")
         self.browser.wait_for_text(self.cell("note"), '"for <b>Gr\u00f6\u00dfe</b> \\"M4\\""')
         self.assertEqual(self.browser.all("main b"), [])
-        name = "<img src=x onerror=document.title=1> #?%41&'\""
+        name = "<img src=x onerror=document.title=1> #?%41&'\" Gr\u00f6\u00dfe \u2603"
         self.shop.run("shelf.newEntity('Acme::Item', %r)" % name)
         self.follow(name)
         self.browser.wait_for_text("main h2", "/shelf/" + name)
-        self.browser.wait_for_text(self.cell("name"), json.dumps(name))
+        self.browser.wait_for_text(self.cell("name"), json.dumps(name, ensure_ascii=False))
         self.assertEqual(self.browser.driver.title, "acme.shop")
+
+    def test_a_large_directory_comes_in_pages(self):
+        self.shop.run("for number in range(148):\n"
+                      "    made = shelf.newEntity('Acme::Item', 'item%d' % number)")
+        self.show("/shelf")
+        self.browser.one('button[aria-label="open shelf"]').click()
+        wait_until(lambda: len(self.browser.all("nav a")) == 103)
+        self.browser.press("50 more", "nav")
+        wait_until(lambda: "item147" in self.browser.text("nav"))
+        self.assertEqual(len(self.browser.all("nav a")), 53)
+        self.browser.press("before these", "nav")
+        wait_until(lambda: "nail" in self.browser.text("nav"))
 
     def test_a_collection_is_shown_on_demand_in_pages(self):
         self.show("/store")
@@ -191,6 +203,11 @@ class Calls(BrowseCase):
         self.browser.one("dialog input").send_keys("5")
         self.browser.press("Call", "dialog")
         self.browser.wait_for_text(self.cell("size"), "5")
+
+    def test_the_key_Enter_is_a_press_too(self):
+        self.begin("resize")
+        self.browser.one("dialog input").send_keys("9\n")
+        self.browser.wait_for_text(self.cell("size"), "9")
 
     def test_a_failure_is_told_beside_the_button(self):
         self.begin("add")
