@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <algorithm>
+#include <iterator>
+#include <new>
 
 #include <kel/Exception.h>
 
@@ -320,17 +322,23 @@ TEST_F( Collection, that_keeps_its_table_finds_new_members_and_no_old_ones ) {
 TEST_F( Collection, ends_the_iterators_that_stand_in_it_and_their_copies ) {
    using Node = MapNode< U32, U32 >;
    constexpr HashMap2018VTable table = HashMap2018VTable::Impl< Node, U32 >::vtable();
-   auto map = std::make_unique< HashMap2018Generic >( &table, 1u, false );
+   alignas( HashMap2018Generic ) unsigned char place[sizeof( HashMap2018Generic )];
+   auto* map = new( place ) HashMap2018Generic( &table, 1u, false );
    U32 const key = 7;
    map->newMemberG( new Node( key, 1 ), &key );
-   HashMap2018IteratorGeneric first( *map ), second( *map );
-   EXPECT_TRUE( first.currNodeNonStale() );
-   map = nullptr;
-   EXPECT_FALSE( first.currNodeNonStale() );
-   EXPECT_FALSE( second.currNodeNonStale() );
-   HashMap2018IteratorGeneric copy( first );
-   copy.advance();
-   EXPECT_FALSE( copy.currNodeNonStale() );
+   {
+      HashMap2018IteratorGeneric first( *map ), second( *map );
+      EXPECT_TRUE( first.currNodeNonStale() );
+      map->~HashMap2018Generic();
+      std::ranges::fill( place, 0xab );
+      EXPECT_FALSE( first.currNodeNonStale() );
+      EXPECT_FALSE( second.currNodeNonStale() );
+      HashMap2018IteratorGeneric copy( first );
+      copy.advance();
+      EXPECT_FALSE( copy.currNodeNonStale() );
+   }
+   // None of them came back to where the map had been.
+   EXPECT_EQ( std::ranges::count( place, 0xab ), std::ssize( place ) );
 }
 
 TEST_F( Collection, that_is_ordered_finds_members_by_number_among_gaps ) {

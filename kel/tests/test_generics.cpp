@@ -293,6 +293,7 @@ TEST_F( Generics, view_no_object_where_there_is_none ) {
    ASSERT_TRUE( view );
    EXPECT_EQ( view->references(), 0u );
    EXPECT_EQ( view->voidPtrIs( kelType< Own >() ), nullptr );
+   EXPECT_EQ( view->voidPtrIs( kelType< Part >() ), nullptr );
    EXPECT_EQ( view->strRep(), String( "generic(0x0000000000000000)" ) );
    EXPECT_FALSE( KelType::genericIf( static_cast< PtrInterface* >( nullptr ), false ) );
 }

@@ -5,11 +5,15 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <limits>
 #include <string>
 #include <thread>
@@ -183,16 +187,42 @@ TEST( Watchdog, showsTheNativeStackOfAThreadThatIsOfNoLanguage ) {
    EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
 }
 
+// Of a thread that says its id: waits until it has said it and stands in a call for a lock.
+class Blocked {
+ public:
+   void say() { id_ = Impl::gettid(); }
+   pid_t id() const { return id_; }
+
+   void waitFor() const {
+      std::string const path = "/proc/self/task/";
+      std::string const call = std::to_string( SYS_futex ) + ' ';
+      std::string line;
+      while( !line.starts_with( call ) ) {
+         std::this_thread::yield();
+         std::ifstream file( path + std::to_string( id_ ) + "/syscall" );
+         std::getline( file, line );
+      }
+   }
+
+ private:
+   std::atomic< pid_t > id_ = 0;
+};
+
 TEST( Watchdog, showsSomeOfManyWhoWaitAndCountsTheOthers ) {
    Outcome const outcome = inChild( [] {
       Told const told;
       std::vector< std::thread > waiting;
+      std::array< Blocked, 12 > blocked;
       {
          LockAnchor const locked( activityLock() );
-         for( int i = 0; i < 12; ++i ) {
-            waiting.emplace_back( [] { LockAnchor const waits( activityLock() ); } );
+         for( auto& each : blocked ) {
+            waiting.emplace_back( [&each] {
+               each.say();
+               LockAnchor const waits( activityLock() );
+            } );
+            each.waitFor();
          }
-         Watchdog::instance()->secondsIs( Seconds( 0.5 ) );
+         Watchdog::instance()->secondsIs( Seconds( 0.2 ) );
          told.waitFor( "more wait for it]" );
       }
       for( auto& each : waiting ) {
@@ -210,21 +240,26 @@ TEST( Watchdog, takesThreadsThatWaitForOtherLocksForNoWaiters ) {
       Told const told;
       pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER; // of an address above the library's
       pthread_mutex_lock( &mutex );
-      std::thread other( [&mutex] {
+      Blocked blocked, waiter;
+      std::thread other( [&] {
+         blocked.say();
          pthread_mutex_lock( &mutex );
          pthread_mutex_unlock( &mutex );
       } );
+      blocked.waitFor();
+      secondsAre( 0.2 );
+      std::thread waits;
       {
-         secondsAre( 0.2 );
-         std::thread waits;
-         {
-            LockAnchor const locked( activityLock() );
-            waits = std::thread( [] { LockAnchor const waits( activityLock() ); } );
-            told.waitFor( "waits for the activity lock" );
-         }
-         told.waitFor( "has given up" );
-         waits.join();
+         LockAnchor const locked( activityLock() );
+         waits = std::thread( [&waiter] {
+            waiter.say();
+            LockAnchor const waits( activityLock() );
+         } );
+         waiter.waitFor();
+         told.waitFor( ( "thread " + std::to_string( waiter.id() ) + " (" ).c_str() );
       }
+      told.waitFor( "has given up" );
+      waits.join();
       pthread_mutex_unlock( &mutex );
       other.join();
       return 0;
