@@ -125,8 +125,8 @@ class QueueOrStack : public CollectionBase {
       }
    }
    Entry const& frontEntry() const { return isStack ? entries_.back() : entries_.front(); }
-   // Numbers are compared by their distance from the first, so they may pass the end of 32 bits; one
-   // ahead of the first is farther than any, and the end stands for it.
+   // Numbers are compared by their distance from the first, so they may pass the end of 32 bits;
+   // one ahead of the first is farther than any, and the end stands for it.
    auto lowerBound( U32 key ) const {
       U32 base = entries_.empty() ? 0 : entries_.front().key;
       return std::lower_bound( entries_.begin(), entries_.end(), key - base,
