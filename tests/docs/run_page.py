@@ -74,9 +74,22 @@ def commands(text):
     return found
 
 
+PATIENT = """for again in $(seq 100); do
+   shown=$(%s 2>&1) && break
+   sleep 0.2
+done
+echo "$shown"
+"""
+
+
 def outputs(wanted, folder, programs):
     """What each command prints, to both streams."""
-    script = "".join("%s\necho '%s'\n" % (command, MARK) for command, _ in wanted)
+    script, behind = "", ""
+    for command, _ in wanted:
+        # A reader takes longer to type than a process in the background to get ready.
+        typed = PATIENT % command if behind.endswith("&") else command
+        script += "%s\necho '%s'\n" % (typed, MARK)
+        behind = command
     shell = subprocess.Popen(["bash", "-s"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                              stderr=subprocess.STDOUT, cwd=folder, env=environment(folder, programs))
     return WAITING.sub("", shell.communicate(script)[0]).split(MARK + "\n")
