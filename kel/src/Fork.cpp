@@ -136,10 +136,10 @@ void registerAtForkHandler(
          Handlers{ prepare, parent, child, priority } );
       next->before.reset( present );
       if( handlerTable.compare_exchange_strong( present, next.get(), std::memory_order_acq_rel ) ) {
-         next.release();
+         static_cast< void >( next.release() ); // the table has it
          return;
       }
-      next->before.release();
+      static_cast< void >( next->before.release() ); // the table that stands has it
    }
 }
 
