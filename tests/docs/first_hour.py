@@ -195,7 +195,7 @@ def main(arguments):
         print "%s: %s" % (heading, clock(seconds))
     if "--write" in arguments:
         with open(PAGE, "w") as target:
-            target.write(written(page, typed, got, os.getloadavg()[2]))
+            target.write(written(page, typed, got, os.getloadavg()[0]))
         return 0
     print "\n".join(wrong)
     return 1 if wrong or not typed else 0
