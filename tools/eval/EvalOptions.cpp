@@ -118,7 +118,7 @@ std::string takeTarget( EvalOptions& options, Words const& words ) {
 // What the words mean by the options; a fault in one line, or nothing.
 std::string takeWords( EvalOptions& options, Words const& words ) {
    options.waits = !words.waitsNot;
-   std::string const fault = takeTarget( options, words );
+   std::string fault = takeTarget( options, words );
    if( fault.empty() && options.showsStacks ) {
       if( options.text || options.lists ) {
          return "--backtrace takes no text";
