@@ -23,7 +23,7 @@ TESTS = ("notify/test_*.py", "core/test_lock*.py", "core/test_failures.py", "cor
          "objects/test_locks.py")
 # All but those that fork, crash or use up the process.
 RUNTIME_TESTS = ("-Fork.*:*Crash*:EarlierHandler.*:*FatalSignal*:Assert.*:*child*:"
-                 "*that_gets_no_thread*")
+                 "*that_gets_no_thread*:Watchdog.*:*own_thread_as_that_ends")
 
 
 def _reports(ended):

@@ -51,9 +51,8 @@ class TimedLockAnchor {
    bool held_ = false;
 };
 
+// Signals that come meanwhile are written to the pipe, which nobody reads any more.
 [[noreturn]] void endAtOnce( int number ) {
-   std::signal( SIGINT, SIG_DFL );
-   std::signal( SIGTERM, SIG_DFL );
    if( Leavings const* const known = leavings ) {
       known->remove();
    }

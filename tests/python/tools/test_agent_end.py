@@ -2,6 +2,7 @@
 
 import os
 import signal
+import time
 
 from kel_testing import wait_until
 from programs import EVAL, REACTORS, ProgramCase, start_group
@@ -13,6 +14,17 @@ def _ignoring():
     start_group()
     signal.signal(signal.SIGINT, signal.SIG_IGN)
     signal.signal(signal.SIGTERM, signal.SIG_IGN)
+
+
+def _waits(agent):
+    """Whether its main thread stays in one system call. Python sees a signal that comes just ahead
+    of a call only behind it."""
+    def call():
+        with open("/proc/%d/syscall" % agent.pid) as told:
+            return told.read()
+    before = call()
+    time.sleep(0.05)
+    return before == call() != "running\n"
 
 
 class InOrder(ProgramCase):
@@ -49,6 +61,7 @@ class InOrder(ProgramCase):
                     raise
                 """, prepare=prepare)
             wait_until(lambda: agent.out == "begins\n")
+            wait_until(lambda: _waits(agent))
             outcome = self.assertEndsInOrder(agent, number)
             self.assertEqual(outcome.out, "begins\n%s\n" % name)
 
