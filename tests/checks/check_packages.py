@@ -68,19 +68,19 @@ test -z "$( dpkg -V %s 2>&1 | tee /dev/stderr )"
 
 DEVELOP = """
 apt-get -qq install -y --no-install-recommends /packages/libkel-dev_*.deb g++ make pkg-config
-cp -r /usr/share/doc/libkel-dev/examples /root
-cd /root/examples/outside
-cat > /root/clock.cpp << 'END'
+cp -r /usr/share/doc/libkel-dev/examples ~
+cd ~/examples/outside
+cat > ~/clock.cpp << 'END'
 #include <kel/Dir.h>
 int main() { return Kel::Dir::root()->fullName() == Kel::String( "/" ) ? 0 : 1; }
 END
-g++ -std=c++20 /root/clock.cpp $( pkg-config --cflags --libs kel ) -o /root/clock
-/root/clock
+g++ -std=c++20 ~/clock.cpp $( pkg-config --cflags --libs kel ) -o ~/clock
+~/clock
 """
 
 BY_MAKE = """
 apt-get -qq install -y --no-install-recommends python2.7-dev
-cd /root/examples/outside
+cd ~/examples/outside
 make check
 kel-schema build/libhome.so | grep -q '^Home::Heater'
 make clean
@@ -88,7 +88,7 @@ make clean
 
 BY_CMAKE = """
 apt-get -qq install -y --no-install-recommends cmake ninja-build
-cd /root/examples/outside
+cd ~/examples/outside
 cmake -G Ninja -S . -B build
 cmake --build build
 ctest --test-dir build --output-on-failure --no-tests=error
@@ -102,19 +102,19 @@ wait %1
 # In a program that has the runtime's types, gdb finds by itself what shows them.
 GDB = """
 apt-get -qq install -y --no-install-recommends gdb
-cat > /root/text.cpp << 'END'
+cat > ~/text.cpp << 'END'
 #include <kel/String.h>
 int main() {
    Kel::String text( "a red item" );
    return text.length() == 10 ? 0 : 1;
 }
 END
-g++ -std=c++20 -g -O0 /root/text.cpp $( pkg-config --cflags --libs kel ) -o /root/text
-gdb -nx -batch -ex 'break 4' -ex run -ex 'print text' /root/text | grep -F '$1 = "a red item"'
+g++ -std=c++20 -g -O0 ~/text.cpp $( pkg-config --cflags --libs kel ) -o ~/text
+gdb -nx -batch -ex 'break 4' -ex run -ex 'print text' ~/text | grep -F '$1 = "a red item"'
 """
 
 ACME = """
-cd /root/examples/acme
+cd ~/examples/acme
 g++ -std=c++20 -O1 -fPIC -shared -I .. *.cpp $( pkg-config --cflags --libs kel ) -o libacme.so
 LD_LIBRARY_PATH=. python2.7 demo.py
 """

@@ -89,7 +89,7 @@ def read(printed, home):
 
 def tidy(text, home):
     """Without what differs from one machine to the next, and not too long for a page."""
-    lines = NOISE.sub("", text.replace(home, "/root")).splitlines()
+    lines = NOISE.sub("", text.replace(home, "~")).splitlines()
     lines = [line.rstrip() for line in lines]
     if len(lines) > MOST_LINES:
         lines[KEPT:-KEPT] = ["..."]
