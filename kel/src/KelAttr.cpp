@@ -57,7 +57,7 @@ bool holds( TypeRow const& row, KelAttr const& attr ) {
 }
 
 [[noreturn]] void throwNoObject( KelAttr attr, KelType owner, GenericIfRef object ) {
-   if( object ) {
+   if( object && !object->type().isDerived( owner ) ) {
       throwWrongType( owner, object.get() );
    }
    throw TypeException( _fmt( "%s needs an object", fullAttrName( attr ).charPtr() ) );

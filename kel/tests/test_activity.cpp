@@ -9,6 +9,7 @@
 #include <kel/Exception.h>
 #include <kel/System.h>
 
+#include "ActivityHelp.h"
 #include "GenericHelp.h"
 #include "TestUnit.h"
 
@@ -16,13 +17,6 @@ using namespace Kel;
 using namespace Unit;
 
 namespace {
-
-// It lives on, and tests that wait for it without the lock must not touch its count.
-ActivityManager& manager() {
-   static auto* const it =
-      static_cast< ActivityManager* >( Entity::singleton( "Kel::ActivityManager" ).get() );
-   return *it;
-}
 
 class Reactor : public GenericIf::NotifieeConst {
  public:

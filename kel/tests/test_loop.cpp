@@ -18,6 +18,7 @@
 #include <kel/Notifiee.h>
 #include <kel/System.h>
 
+#include "ActivityHelp.h"
 #include "ChildProcess.h"
 #include "GenericHelp.h"
 #include "TestUnit.h"
@@ -28,13 +29,6 @@ using namespace Unit;
 namespace {
 
 constexpr Seconds past( 1 );
-
-// It lives on, and tests that wait for it without the lock must not touch its count.
-ActivityManager& manager() {
-   static auto* const it =
-      static_cast< ActivityManager* >( Entity::singleton( "Kel::ActivityManager" ).get() );
-   return *it;
-}
 
 class Reactor : public GenericIf::NotifieeConst {
  public:

@@ -190,6 +190,13 @@ TEST_F( Rows, of_every_kind_need_an_object_of_their_type ) {
    expectRefused( part, wrong );
 }
 
+TEST_F( Rows, of_an_object_that_counts_itself_need_one_in_the_view ) {
+   auto const view = Schema::makeView< Own >( nullptr, false );
+   ASSERT_TRUE( view );
+   EXPECT_EQ( messageOf< TypeException >( [&] { get( view, "n" ); } ),
+      String( "Unit::Own.n needs an object" ) );
+}
+
 TEST_F( Rows, of_a_base_are_reached_through_a_derived_object_by_every_operation ) {
    auto const special = make( "Unit::SpecialPart", { text( "s" ) } );
    set( special, "weight", generic( U32( 4 ) ) );
