@@ -288,9 +288,12 @@ TEST( Watchdog, tellsOfTheHolderWithoutAnyDescriptor ) {
       secondsAre( 0.2 );
       rlimit const none = { 0, 0 };
       setrlimit( RLIMIT_NOFILE, &none );
-      LockAnchor const locked( activityLock() );
-      told.waitFor( "has held" );
-      told.waitFor( "[0x" );
+      {
+         LockAnchor const locked( activityLock() );
+         told.waitFor( "has held" );
+         told.waitFor( "[0x" );
+      }
+      told.waitFor( "has given up" );
       return 0;
    } );
    EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
