@@ -21,6 +21,7 @@ SECONDS = {"short": 5, "long": 3600}
 # Of the changes of two bits; the server's reader is written in Python.
 STEPS = {"short": {"reply": 1, "requests": 40}, "long": {"reply": 1, "requests": 1}}
 MUTATIONS = 10 ** 6  # of each
+MUTATE_SECONDS = 7200  # at most
 FINDINGS = os.path.join(ROOT, "build", "frames-")
 # One bit from the length of the reply stands for a result of just the buffer's size.
 OPTIONS = {"reply": struct.pack("<hBB", 106, 0, 0), "requests": struct.pack("BB", 0, 0)}
@@ -58,7 +59,7 @@ def _mutate(name):
         return run_process(
             [program, found, corpus, "-runs=%d" % MUTATIONS, "-max_len=8192", "-timeout=20",
              "-rss_limit_mb=2048", "-malloc_limit_mb=64", "-artifact_prefix=" + FINDINGS,
-             "-print_final_stats=1"], 7200, dict(os.environ))
+             "-print_final_stats=1"], MUTATE_SECONDS, dict(os.environ))
     finally:
         shutil.rmtree(found)
 
@@ -73,8 +74,10 @@ def run(form):
         details += ended.text()
     if form == "long":
         dev("build", "fuzz", "--target", "fuzzers")
-        # Side by side: each keeps one processor busy, for half an hour.
-        for at, ended in enumerate(multiprocessing.pool.ThreadPool(len(names)).map(_mutate, names)):
+        # Side by side: each keeps one processor busy, for half an hour. A wait without an end
+        # would let no Ctrl-C through.
+        mutated = multiprocessing.pool.ThreadPool(len(names)).map_async(_mutate, names)
+        for at, ended in enumerate(mutated.get(2 * MUTATE_SECONDS)):
             passed &= ended.status == 0 and not ended.late
             made = re.search(r"number_of_executed_units: *(\d+)", ended.err)
             figures[at] += ", %s guided mutations" % (made.group(1) if made else "FAILED")

@@ -13,6 +13,7 @@ and a docstring whose first line says what it proves. LONG_ONLY = True keeps it 
 run.
 """
 
+import ctypes
 import os
 import resource
 import signal
@@ -37,6 +38,9 @@ SANITIZER_OPTIONS = {
 PRELOADED = {"asan": ("libasan.so", "libubsan.so", "libstdc++.so"),
              "tsan": ("libtsan.so", "libstdc++.so")}
 
+
+_PR_SET_PDEATHSIG = 1
+_prctl = ctypes.CDLL(None).prctl
 
 # How far the run is, for a check that has many steps: progress.step() and progress.along().
 progress = Silent()
@@ -159,6 +163,7 @@ def without_aslr(preset):
 
 def _start():
     os.setsid()
+    _prctl(_PR_SET_PDEATHSIG, signal.SIGKILL)  # of a check that is itself ended at once
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     signal.signal(signal.SIGINT, signal.default_int_handler)
 

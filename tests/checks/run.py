@@ -6,6 +6,7 @@ Each prints its figure on one line. The long form of each that is named, unless 
 import argparse
 import glob
 import os
+import signal
 import sys
 import time
 
@@ -81,6 +82,8 @@ def main(arguments):
     chosen = [found[name] for name in options.names or sorted(found)]
     if options.short and options.all:
         chosen = [check for check in chosen if not is_long_only(check)]
+    # An end from outside ends what the checks have started, too.
+    signal.signal(signal.SIGTERM, lambda number, _: sys.exit(128 + number))
     with Progress("check", len(chosen)) as frame.progress:
         return 0 if all([perform(check, options) for check in chosen]) else 1
 
