@@ -99,7 +99,8 @@ KelAttr KelType::valAttr() const {
    while( !type.isEnumType() && type.baseType() ) {
       type = type.baseType();
    }
-   return KelAttr( type.module_, type.typeIndex_, type.row().firstAttr );
+   TypeRow const& row = type.row();
+   return row.attrCount ? KelAttr( type.module_, type.typeIndex_, row.firstAttr ) : KelAttr();
 }
 
 void KelTypeBase::throwNotEnumTypeException() const {

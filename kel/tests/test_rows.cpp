@@ -15,7 +15,8 @@ using namespace Unit;
 
 namespace {
 
-constexpr char typeNames[] = "Rows::Plain\0Rows::Derived\0Rows::Bare\0Rows::Number";
+constexpr char typeNames[] = "Rows::Plain\0Rows::Derived\0Rows::Bare\0Rows::Number\0Rows::Empty\0"
+                             "Rows::OfEmpty";
 constexpr char attrNames[] = "\0unreadable\0without\0keyed\0index\0bare\0orphan";
 constexpr std::uint32_t unreadableName = 1;
 constexpr std::uint32_t withoutName = unreadableName + sizeof( "unreadable" );
@@ -26,6 +27,8 @@ constexpr std::uint32_t orphanName = bareName + sizeof( "bare" );
 constexpr std::uint32_t derivedTypeName = sizeof( "Rows::Plain" );
 constexpr std::uint32_t bareTypeName = derivedTypeName + sizeof( "Rows::Derived" );
 constexpr std::uint32_t numberTypeName = bareTypeName + sizeof( "Rows::Bare" );
+constexpr std::uint32_t emptyTypeName = numberTypeName + sizeof( "Rows::Number" );
+constexpr std::uint32_t ofEmptyTypeName = emptyTypeName + sizeof( "Rows::Empty" );
 
 constexpr std::int16_t noType = ~0;
 constexpr std::int16_t u32 =
@@ -33,13 +36,16 @@ constexpr std::int16_t u32 =
 constexpr auto readWrite = attrBit( AttrFlag::readable ) | attrBit( AttrFlag::writable );
 
 // The last attribute row stands in no type's block, the second type has none of its own, and the
-// third has no operations.
+// third has no operations. The fifth has no attributes and is the base of one with a value
+// attribute.
 constexpr auto valueFlags = typeBit( TypeFlag::isValue ) | typeBit( TypeFlag::hasValAttr );
 constexpr TypeRow types[] = { TypeRow::make( valueFlags, 0, 4, 4, noType, 0, 0, 3 ),
    TypeRow::make( valueFlags, derivedTypeName, 4, 4, 0, 0, 3, 0 ),
    TypeRow::make( typeBit( TypeFlag::isValue ), bareTypeName, 4, 4, noType, 0, 3, 1 ),
    TypeRow::make(
-      valueFlags | typeBit( TypeFlag::isEnumType ), numberTypeName, 4, 4, u32, 0, 3, 1 ) };
+      valueFlags | typeBit( TypeFlag::isEnumType ), numberTypeName, 4, 4, u32, 0, 3, 1 ),
+   TypeRow::make( typeBit( TypeFlag::isValue ), emptyTypeName, 4, 4, noType, 0, 4, 0 ),
+   TypeRow::make( valueFlags, ofEmptyTypeName, 4, 4, 1, 0, 3, 1 ) };
 
 constexpr AttrRow attrs[] = { AttrRow::make( attrId( "unreadable" ), attrBit( AttrFlag::isStatic ),
                                  unreadableName, u32, noType, 0, 0 ),
@@ -63,11 +69,13 @@ constexpr ValueOps valueOps = {};
 constexpr TypeImpl impls[] = { { attrOps, nullptr, nullptr, nullptr, &valueOps, nullptr },
    { nullptr, nullptr, nullptr, nullptr, &valueOps, nullptr },
    { nullptr, nullptr, nullptr, nullptr, &valueOps, nullptr },
+   { nullptr, nullptr, nullptr, nullptr, &valueOps, nullptr },
+   { nullptr, nullptr, nullptr, nullptr, &valueOps, nullptr },
    { nullptr, nullptr, nullptr, nullptr, &valueOps, nullptr } };
 
 // Registered nowhere.
 extern KelModule const record;
-constexpr TypeRef referenced[] = { { &record, 0, {} } };
+constexpr TypeRef referenced[] = { { &record, 0, {} }, { &record, 4, {} } };
 constexpr KelModule record = { types, attrs, noArgs, typeNames, attrNames, referenced, impls,
    std::size( types ) };
 
@@ -75,6 +83,7 @@ KelType const plain( &record, 0 );
 KelType const derived( &record, 1 );
 KelType const bare( &record, 2 );
 KelType const number( &record, 3 );
+KelType const ofEmpty( &record, 5 );
 
 KelAttr row( std::uint16_t index, KelType const& scope = plain ) {
    return KelAttr( &record, scope.typeIndex(), index );
@@ -168,6 +177,7 @@ TEST_F( Rows, of_a_flagged_type_hold_its_value_attribute ) {
    EXPECT_STREQ( derived.valAttr().name(), "unreadable" ); // of the last of its bases
    EXPECT_STREQ( number.valAttr().name(), "bare" );        // an enum type has none
    EXPECT_FALSE( bare.valAttr() );
+   EXPECT_FALSE( ofEmpty.valAttr() ); // the last of its bases has none
 }
 
 TEST_F( Rows, of_every_kind_need_an_object_of_their_type ) {
