@@ -56,9 +56,13 @@ bool watchInterpreterEnd() {
    }
    PyRef const atexit = PyRef::steal( PyImport_ImportModule( "atexit" ) );
    PyRef const hook = PyRef::steal( PyCFunction_New( &interpreterEndsDef, nullptr ) );
-   return atexit && hook &&
-          PyRef::steal( PyObject_CallMethod( atexit.get(), const_cast< char* >( "register" ),
-             const_cast< char* >( "O" ), hook.get() ) );
+   if( !atexit || !hook ) {
+      return false;
+   }
+   // The list is called from its end: what others have registered still sees handlers at work.
+   PyRef const list = PyRef::steal( PyObject_GetAttrString( atexit.get(), "_exithandlers" ) );
+   PyRef const last = PyRef::steal( Py_BuildValue( "O(){}", hook.get() ) );
+   return list && last && PyList_Insert( list.get(), 0, last.get() ) == 0;
 }
 
 CallbackGil::CallbackGil() noexcept {

@@ -271,6 +271,23 @@ atexit.register(late)
 """)
         self.assertEqual((outcome.out, outcome.err), ("fired\ndropped\n", ""))
 
+    def test_functions_at_the_exit_that_were_registered_first_still_see_handlers_of_the_loop(self):
+        outcome = run_script("""
+kept.append(notifiee(notes, lambda *args: seen.append(args)))
+manager.start()
+print "main"
+""", first="""
+import atexit
+
+def flush():
+    notes.a = 1
+    wait_until(lambda: seen)
+    print "seen"
+
+atexit.register(flush)
+""")
+        self.assertEqual((outcome.out, outcome.err), ("main\nseen\n", ""))
+
     def test_a_process_may_end_while_the_loop_runs_handlers(self):
         # On a thread that may be anywhere: in a handler, or on its way to one.
         for _ in range(10):
