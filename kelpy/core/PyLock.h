@@ -48,9 +48,9 @@ class GilUnlockAnchor {
    }
 
  private:
-   PyThreadState* const outerState_;
    PyThreadState* threadState_ = nullptr; // valid while the GIL is released
    bool gilHeld_ = true;
+   PyThreadState* const outerState_;
 };
 
 // The two forms of PyLockAnchor.

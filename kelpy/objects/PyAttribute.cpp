@@ -98,8 +98,9 @@ PyObject* readAttribute( PyGenericIfAttrDescriptor const* self, PyGenericIf* par
 // None for an instantiating attribute unsets it.
 int unsetAttribute( PyGenericIf* parent, Kel::KelAttr const& attr ) {
    Stage const stage( attr, "" );
-   return underLocks( Kel::flags0, stage, -1, [&]( Kel::PyLockAnchor& ) {
+   return underLocks( Kel::flags0, stage, -1, [&]( Kel::PyLockAnchor& locks ) {
       attr.genericIfDel( PyGenericIfToGenericIf( parent ), nullptr );
+      locks.gilHeldIs( true );
       return 0;
    } );
 }

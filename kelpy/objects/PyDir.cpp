@@ -163,7 +163,8 @@ PyObject* PyGenericIf_Dir_mkdir( PyObject* self, PyObject* args ) {
 PyObject* PyGenericIf_Dir_clear( PyObject* self, PyObject* ) {
    Stage const stage( NoSubject(), "" );
    return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
-      dirOf( self )->deleteAllEntities();
+      Kel::Ptr< Kel::Dir > const dir( dirOf( self ) ); // kept, whatever is deleted
+      dir->deleteAllEntities();
       locks.gilHeldIs( true );
       Py_RETURN_NONE;
    } );

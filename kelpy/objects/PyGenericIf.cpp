@@ -72,8 +72,10 @@ void PyGenericIf_dealloc( PyObject* self ) {
 std::uint32_t pyGenericIfHash( PyGenericIf* lhs ) {
    KEL_ASSERT( lhs );
    Stage const stage( kelTypeOf( reinterpret_cast< PyObject* >( lhs ) ), "" );
-   return underLocks( Kel::flags0, stage, std::uint32_t( 0 ), [lhs]( Kel::PyLockAnchor& ) {
-      return static_cast< std::uint32_t >( PyGenericIfToGenericIf( lhs )->hash() );
+   return underLocks( Kel::flags0, stage, std::uint32_t( 0 ), [lhs]( Kel::PyLockAnchor& locks ) {
+      auto const hash = static_cast< std::uint32_t >( PyGenericIfToGenericIf( lhs )->hash() );
+      locks.gilHeldIs( true );
+      return hash;
    } );
 }
 
@@ -235,6 +237,7 @@ PyObject* copyValue( PyObject* object, bool isConst ) {
    }
    Stage const stage( type, "" );
    return underLocks( Kel::flags0, stage, noObject, [&]( Kel::PyLockAnchor& locks ) {
+      auto const original = PyGenericIfToGenericIf( asWrapper( object ) );
       auto copy = type.genericIf( static_cast< void const* >( addressOf( object ) ), isConst );
       locks.gilHeldIs( true );
       return MakePyGenericIf( std::move( copy ) );

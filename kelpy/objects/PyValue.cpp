@@ -73,10 +73,12 @@ int pyGenericIfBooleanOp( PyGenericIf* lhs, Op opId, PyObject* rhs ) {
    Stage stage( type, "resolution: " );
    return guarded( stage, -1, [&] {
       MountProxyAnchor const proxy( rhs );
-      return underLocks( Kel::flags0, stage, -1, [&]( Kel::PyLockAnchor& ) -> int {
+      return underLocks( Kel::flags0, stage, -1, [&]( Kel::PyLockAnchor& locks ) -> int {
          stage.is( "" );
-         auto const resolvedRhs = operand( proxy.resolved(), type );
-         return type.genericIfBooleanOp( PyGenericIfToGenericIf( lhs ), opId, resolvedRhs );
+         bool const result = type.genericIfBooleanOp(
+            PyGenericIfToGenericIf( lhs ), opId, operand( proxy.resolved(), type ) );
+         locks.gilHeldIs( true );
+         return result;
       } );
    } );
 }

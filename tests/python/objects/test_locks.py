@@ -175,6 +175,44 @@ class InPython(TestCase):
             waiter.join()
         """, deadline=30).expect()
 
+    def test_the_activity_lock_goes_behind_the_return_of_the_GIL(self):
+        in_child("""
+            import sys, threading, time
+            import _Kel, acme, odd
+
+            sys.setcheckinterval(10 ** 9)  # the GIL changes hands in the module alone
+            size, const, item = acme.Size(1), _Kel.const(acme.Point()), acme.Item("a", 1)
+            store = acme.Store("s")
+            ended = []
+
+            def unset():
+                store.badge = None
+
+            def wait_for_the_other():
+                end = time.time() + 10
+                while not _Kel.activityLockOwner():
+                    assert time.time() < end
+
+            def repeat(operation):
+                while not ended:
+                    operation()
+
+            for operation in lambda: bool(size), lambda: hash(const), lambda: item.size, unset:
+                thread = threading.Thread(target=repeat, args=(operation,))
+                thread.start()
+                for _ in range(5):
+                    time.sleep(0.001)
+                    wait_for_the_other()
+                    end = time.time() + 0.005
+                    while time.time() < end:
+                        pass
+                    # Its operation has long been done, and it waits for the GIL.
+                    assert _Kel.activityLockOwner(), operation
+                ended.append(True)
+                thread.join()
+                del ended[:]
+        """, deadline=60).expect()
+
     def test_the_last_wrapper_lets_its_object_go_under_the_activity_lock_without_the_GIL(self):
         in_child("""
             import threading, time
