@@ -111,8 +111,7 @@ void greet( PyClient const& client ) {
 // One pass of the retry loop: whether there is a connection, or none is necessary.
 bool attempt( PyClient& client, String const& agentFile ) {
    PyServerContacts contacts{ client.port_ ? client.port_ : -1, client.socketName_ };
-   bool const hasNames = !client.agentGroup_.empty() || !client.agentName_.empty();
-   if( isUnknown( contacts ) && hasNames ) {
+   if( isUnknown( contacts ) ) {
       client.serverContacts( agentFile, &contacts );
    }
    if( client.sameProcess_ ) {

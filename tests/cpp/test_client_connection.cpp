@@ -233,15 +233,24 @@ TEST_F( ClientConnection, toAnAgentThatNeverAppearsFails ) {
 
 TEST_F( ClientConnection, withoutAnyNameEndsBehindTheProfile ) {
    RetryProfile const profile( { 1, 0 } );
-   Environment const directory( "KELC_AGENTS_DIR", "/dev/null/agents" ); // nobody looks there
    Environment const id( "SUBSYSTEMID", "id" );
+   // The file of no name is the directory, which has nothing to read.
+   std::string const look = "8 agent file was incomplete";
    std::string const line = "0 PyServer  was not in the agent directory";
    EXPECT_EQ( messageOf< RpcConnectionException >( [] { client( "", 'x', nullptr ); } ),
       "Unable to connect to " );
-   EXPECT_EQ( trace_.lines(), ( Lines{ line, line } ) );
+   EXPECT_EQ( trace_.lines(), ( Lines{ look, line, look, line } ) );
    EXPECT_EQ( messageOf< RpcConnectionException >( [] { client( 0, 'x', nullptr ); } ),
       "Unable to connect to " );
-   EXPECT_EQ( trace_.lines(), ( Lines{ line, line, line, line } ) );
+   EXPECT_EQ( trace_.lines(), ( Lines{ look, line, look, line, look, line, look, line } ) );
+}
+
+TEST_F( ClientConnection, withoutAnyNameFindsTheAgentOfItsSubsystemAlone ) {
+   ScriptedServer const server( socketPath(), { greetOnly } );
+   AgentFile const file( folder_ / "..sub", agentText( 1, 9, socketPath() ) );
+   auto const made = client( "", "", 'x', "sub", nullptr );
+   EXPECT_EQ( made->serverName_, "..sub" );
+   EXPECT_TRUE( made->connected_ );
 }
 
 TEST_F( ClientConnection, toADirectoryThatCannotBeOpenedFailsAtOnce ) {
