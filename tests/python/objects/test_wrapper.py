@@ -187,6 +187,14 @@ class Hash(TestCase):
             self.assertTrue(0 <= hash(_Kel.const(value)) < 2 ** 32)
             self.assertEqual(hash(_Kel.const(value)), hash(_Kel.const(value)))
 
+    def test_points_of_a_row_or_a_column_have_hashes_of_their_own(self):
+        for places in [(n, 7) for n in range(100)], [(7, n) for n in range(100)]:
+            points = []
+            for x, y in places:
+                points.append(acme.Point())
+                points[-1].x, points[-1].y = x, y
+            self.assertEqual(len(set(hash(_Kel.const(point)) for point in points)), 100)
+
     def test_a_value_that_can_change_is_unhashable(self):
         for value in (acme.Size(5), acme.Name("a"), _Kel.nonConst(_Kel.const(acme.Size(5))),
                       odd.Segment(acme.Point(), acme.Point()), odd.Empty()):
