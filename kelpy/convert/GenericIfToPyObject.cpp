@@ -71,7 +71,7 @@ PyObject* enumToPyObject( Kel::GenericIf const& gif, Kel::KelType const& type ) 
 }
 
 // The interned name, kept for ever; null with a Python error. Borrowed.
-PyObject* enumName( Kel::KelAttr constant ) {
+PyObject* keptName( Kel::KelAttr const& constant ) {
    try {
       PyRef& name = enumNames_[constant];
       if( !name ) {
@@ -83,58 +83,33 @@ PyObject* enumName( Kel::KelAttr constant ) {
    }
 }
 
-// The names of the enum values read last, each in the one place of its type and value: a type's
-// first constant of the value is always the same. GIL.
-class RecentEnumNames {
- public:
-   // Borrowed; null if it is not there.
-   PyObject* find( Kel::KelType const& type, std::uint64_t value ) const {
-      Recent const& recent = recent_[place( type, value )];
-      return recent.value == value && recent.type == type ? recent.name : nullptr;
-   }
-   void add( Kel::KelType const& type, std::uint64_t value, PyObject* name ) {
-      recent_[place( type, value )] = { type, value, name };
-   }
-
- private:
+// The same, of the constants asked for last each in one place. GIL.
+PyObject* enumName( Kel::KelAttr const& constant ) {
    struct Recent {
-      Kel::KelType type;
-      std::uint64_t value = 0;
-      PyObject* name = nullptr; // owned by enumNames_
+      Kel::KelAttr constant;
+      PyObject* name = nullptr;
    };
-
-   static constexpr std::size_t places = 256;
-
-   static std::size_t place( Kel::KelType const& type, std::uint64_t value ) {
-      auto const record = reinterpret_cast< std::uintptr_t >( type.module() );
-      return ( ( record >> 5 ) + type.typeIndex() * 16u + value ) % places;
+   static constinit std::array< Recent, 256 > recentNames;
+   auto const row = reinterpret_cast< std::uintptr_t >( &constant.row() );
+   Recent& recent = recentNames[row / alignof( Kel::AttrRow ) % recentNames.size()];
+   if( recent.constant != constant ) [[unlikely]] {
+      PyObject* const name = keptName( constant );
+      if( !name ) {
+         return nullptr;
+      }
+      recent = { constant, name };
    }
-
-   std::array< Recent, places > recent_;
-};
-
-constinit RecentEnumNames recentEnumNames;
-
-// The value's bits, wherever it stands for a value of an enum type of that size.
-std::uint64_t enumBits( Kel::GenericIf const& gif, std::uint32_t size ) {
-   switch( size ) {
-   case 1:
-      return *gif.attrValPtr< std::uint8_t >();
-   case 2:
-      return *gif.attrValPtr< std::uint16_t >();
-   case 4:
-      return *gif.attrValPtr< std::uint32_t >();
-   default:
-      return *gif.attrValPtr< std::uint64_t >();
-   }
+   return recent.name;
 }
 
-// The first constant of the value, in the iterator's order; null if there is none.
+// The first constant of the value in the order of the rows; null if there is none.
 template< class T >
 Kel::KelAttr constantOf( Kel::KelType const& type, T value ) {
-   for( Kel::KelType::AttributeQIterator i( type ); i; ++i ) {
-      Kel::KelAttr const constant = *i;
-      if( constant.enumValue< T >() == value ) {
+   auto const& row = type.row();
+   for( std::uint16_t i = 0; i < row.attrCount; ++i ) {
+      Kel::KelAttr const constant(
+         type.module(), type.typeIndex(), static_cast< std::uint16_t >( row.firstAttr + i ) );
+      if( constant.row().template enumBits< T >() == value ) {
          return constant;
       }
    }
@@ -218,20 +193,12 @@ PyObject* GenericIfEnumToPyObject( Kel::KelType const& type, T value ) {
    if( type.underlyingType() != Kel::kelType< T >() ) {
       type.throwEnumAttrWrongTypeException( Kel::kelType< T >() );
    }
-   std::uint64_t const bits = static_cast< std::make_unsigned_t< T > >( value );
-   PyObject* name = recentEnumNames.find( type, bits );
-   if( !name ) {
-      Kel::KelAttr const constant = constantOf( type, value );
-      if( !constant ) {
-         return numberText( type, value );
-      }
-      name = enumName( constant );
-      if( !name ) {
-         return nullptr;
-      }
-      recentEnumNames.add( type, bits, name );
+   Kel::KelAttr const constant = constantOf( type, value );
+   if( !constant ) {
+      return numberText( type, value );
    }
-   Py_INCREF( name );
+   PyObject* const name = enumName( constant );
+   Py_XINCREF( name );
    return name;
 }
 
@@ -251,12 +218,6 @@ PyObject* GenericIfToPyObject( Kel::Ptr< Kel::GenericIf > gif, bool useDefaultAt
    Kel::KelType const type = gif->type();
    if( type.module() == &Kel::_Kel_BuiltinType_kelModule ) {
       return builtinToPyObject( *gif, type );
-   }
-   if( type.isEnumType() ) {
-      if( PyObject* const name = recentEnumNames.find( type, enumBits( *gif, type.size() ) ) ) {
-         Py_INCREF( name );
-         return name;
-      }
    }
    if( type.hasOwnPtrInterface() && !gif->voidPtrIs( type ) ) {
       Py_RETURN_NONE;

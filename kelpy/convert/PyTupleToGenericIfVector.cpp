@@ -1,7 +1,5 @@
 #include <kelpy/convert/PyTupleToGenericIfVector.h>
 
-#include <array>
-#include <cstdint>
 #include <string>
 
 #include <kel/Exception.h>
@@ -44,33 +42,10 @@ void checkCount( PyObject* tuple, ParameterList const& params, bool constructor 
    }
 }
 
-// The types that parameters name, by the place of the name in its record, which stays. GIL.
-class RecentTypeNames {
- public:
-   // Throws Kel::NoTypeNodeException.
-   Kel::KelType type( char const* name ) {
-      Recent& recent = recent_[reinterpret_cast< std::uintptr_t >( name ) % recent_.size()];
-      if( recent.name != name ) [[unlikely]] {
-         recent = { name, Kel::typeNode( name ) };
-      }
-      return recent.type;
-   }
-
- private:
-   struct Recent {
-      char const* name = nullptr;
-      Kel::KelType type;
-   };
-
-   std::array< Recent, 256 > recent_;
-};
-
-constinit RecentTypeNames recentTypeNames;
-
 Kel::Ptr< Kel::GenericIf const > argument(
    PyObject* element, Parameter const& param, std::size_t index, bool constructor ) {
    auto const& [name, typeName, optional] = param;
-   Kel::KelType const type = recentTypeNames.type( typeName );
+   Kel::KelType const type = Kel::typeNode( typeName );
    try {
       return PyObjectToGenericIf_unsafe( element, type, optional );
    } catch( Kel::TypeException const& e ) {
