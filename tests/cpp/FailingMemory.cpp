@@ -24,8 +24,6 @@ struct Block {
    std::size_t size;
 };
 constinit std::array< Block, 4096 > blocks{};
-// How many places were ever taken, one behind the other: those that a free has to look at.
-constinit std::size_t placesTaken = 0;
 
 bool fails( FailingMemory::Of caller ) {
    if( !armed || hasFailed || ( whichFail != caller && whichFail != FailingMemory::Of::all ) ) {
@@ -37,6 +35,9 @@ bool fails( FailingMemory::Of caller ) {
 }
 
 #ifndef KEL_SANITIZED
+// How many places were ever taken, one behind the other: those that a free has to look at.
+constinit std::size_t placesTaken = 0;
+
 void note( void* block, std::size_t size ) {
    if( !armed || !block ) {
       return;
