@@ -135,8 +135,8 @@ MUTANTS = (
     # Conversions.
     ("kelpy/convert/DefaultAttrData.cpp", "requiredType && attr.memberType() !=",
      "!requiredType && attr.memberType() !=", r"python\.convert"),
-    ("kelpy/convert/GenericIfToPyObject.cpp", "recent.value == value && recent.type == type",
-     "recent.type == type", r"python\.convert"),
+    ("kelpy/convert/GenericIfToPyObject.cpp", "recent.constant != constant",
+     "!recent.name", r"^kelpy\.EnumNames"),
     ("kelpy/convert/PyIntegral.cpp", "text += text.empty() ? \"'\" : \", '\";", "text += \", '\";",
      r"python\.convert"),
     ("kelpy/convert/PyObjectToGenericIf.cpp", "PyString_GET_SIZE( obj ) != 1",
