@@ -16,11 +16,13 @@ from frame import ROOT, Build, Result, dev, run_process
 
 NAME = "reply-frames"
 PASS = "0 reports, each input ends in a value or a documented error"
-SECONDS = {"short": 5, "long": 3600}
+SECONDS = {"short": 5, "long": 1800}
 
 # Of the changes of two bits; the server's reader is written in Python.
 STEPS = {"short": {"reply": 1, "requests": 40}, "long": {"reply": 1, "requests": 1}}
-MUTATIONS = 10 ** 6  # of each
+# Guided mutations of each: by how many processes, each how many, of how many bytes at most. What
+# is told apart of requests lies within two and a half of the largest that the limit allows.
+MUTATED = {"reply": (1, 10 ** 6, 8192), "requests": (2, 5 * 10 ** 5, 2600)}
 MUTATE_SECONDS = 7200  # at most
 FINDINGS = os.path.join(ROOT, "build", "frames-")
 # One bit from the length of the reply stands for a result of just the buffer's size.
@@ -51,13 +53,14 @@ def _changes(name, form, planted):
 
 
 def _mutate(name):
-    """A million mutations that the lines and branches reached guide."""
+    """Mutations that the lines and branches reached guide, by one process."""
+    _, times, length = MUTATED[name]
     program = os.path.join(ROOT, "build", "fuzz", "bin", "fuzz_" + name)
     corpus = os.path.join(ROOT, "tests", "fuzz", "corpus", name)
     found = tempfile.mkdtemp()
     try:
         return run_process(
-            [program, found, corpus, "-runs=%d" % MUTATIONS, "-max_len=8192", "-timeout=20",
+            [program, found, corpus, "-runs=%d" % times, "-max_len=%d" % length, "-timeout=20",
              "-rss_limit_mb=2048", "-malloc_limit_mb=64", "-artifact_prefix=" + FINDINGS,
              "-print_final_stats=1"], MUTATE_SECONDS, dict(os.environ))
     finally:
@@ -74,14 +77,17 @@ def run(form):
         details += ended.text()
     if form == "long":
         dev("build", "fuzz", "--target", "fuzzers")
-        # Side by side: each keeps one processor busy, for half an hour. A wait without an end
-        # would let no Ctrl-C through.
-        mutated = multiprocessing.pool.ThreadPool(len(names)).map_async(_mutate, names)
-        for at, ended in enumerate(mutated.get(2 * MUTATE_SECONDS)):
-            passed &= ended.status == 0 and not ended.late
-            made = re.search(r"number_of_executed_units: *(\d+)", ended.err)
-            figures[at] += ", %s guided mutations" % (made.group(1) if made else "FAILED")
+        made = dict.fromkeys(names, 0)
+        jobs = [name for name in names for _ in range(MUTATED[name][0])]
+        # Side by side. A wait without an end would let no Ctrl-C through.
+        mutated = multiprocessing.pool.ThreadPool(len(jobs)).map_async(_mutate, jobs)
+        for name, ended in zip(jobs, mutated.get(2 * MUTATE_SECONDS)):
+            units = re.search(r"number_of_executed_units: *(\d+)", ended.err)
+            passed &= ended.status == 0 and not ended.late and units is not None
+            made[name] += int(units.group(1)) if units else 0
             details += ended.text()
+        figures = ["%s, %d guided mutations" % (figure, made[name])
+                   for name, figure in zip(names, figures)]
     return Result(passed, "; ".join(figures) + (", 0 reports" if passed else ""), details)
 
 
