@@ -20,6 +20,13 @@ struct Outcome {
    int exitCode() const { return WIFEXITED( status ) ? WEXITSTATUS( status ) : -1; }
 };
 
+// Whether the child of a process with several threads may start some. The thread sanitizer ends it.
+#ifdef __SANITIZE_THREAD__
+constexpr bool childrenHaveThreads = false;
+#else
+constexpr bool childrenHaveThreads = true;
+#endif
+
 // `body` returns the exit code. The child is ended by SIGALRM if it takes too long.
 template< class Body >
 Outcome inChild( Body body ) {

@@ -187,6 +187,9 @@ TEST_F( Loop, that_gets_no_thread_can_be_started_again ) {
 // A child has none of the threads of its parent.
 
 TEST_F( Loop, of_another_thread_is_over_in_a_child_in_the_middle_of_a_reaction_too ) {
+   if( !Testing::childrenHaveThreads ) {
+      GTEST_SKIP();
+   }
    std::promise< void > reached, forked;
    bool isParent = true;
    auto const one = reactor( [&] {

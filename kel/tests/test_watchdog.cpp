@@ -421,6 +421,9 @@ TEST( Watchdog, isOffAtFirstAndCanBeTurnedOff ) {
 }
 
 TEST( Watchdog, doesNotWatchAForkedChildUnlessAsked ) {
+   if( !Testing::childrenHaveThreads ) {
+      GTEST_SKIP();
+   }
    Outcome const outcome = inChild( [] {
       secondsAre( 0.1 );
       return inChild( [] {
