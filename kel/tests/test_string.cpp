@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include <kel/Exception.h>
 #include <kel/Seconds.h>
@@ -123,6 +124,21 @@ TEST( String, appendsItselfAndPartsOfItself ) {
    }
    EXPECT_EQ( text.length(), 8U << 8 );
    EXPECT_EQ( text.view().substr( 1024, 8 ), "abcabcbc" );
+}
+
+// Blocks behind it keep the text from growing in its place, and what it leaves is written over.
+TEST( String, appendsItselfWhereItHasToMove ) {
+   for( std::size_t size = 1; size < 1000; size += 7 ) {
+      std::string const source( size, 'x' );
+      std::vector< String > texts;
+      for( int i = 0; i < 20; ++i ) {
+         texts.emplace_back( source.data(), size );
+      }
+      for( String& text : texts ) {
+         text += text;
+         ASSERT_EQ( std::string( text.charPtr(), text.length() ), source + source );
+      }
+   }
 }
 
 TEST( String, growsByteByByteAcrossAllSizes ) {
