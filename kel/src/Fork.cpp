@@ -1,9 +1,6 @@
 #include <kel/Fork.h>
 
 #include <pthread.h>
-#ifdef __SANITIZE_THREAD__
-#include <sanitizer/tsan_interface.h>
-#endif
 
 #include <algorithm>
 #include <atomic>
@@ -103,21 +100,9 @@ void afterForkInParent() noexcept {
    runAfterFork( state, &Handlers::parent );
 }
 
-// The lock's memory is written anew in a child, which the thread sanitizer takes for no release: it
-// would go on to hold the lock against the other threads of the child.
-void tellSanitizerOfRelease( [[maybe_unused]] ForkState const& state ) {
-#ifdef __SANITIZE_THREAD__
-   if( state.grabbed || state.ownsLock ) {
-      __tsan_mutex_pre_unlock( activityLock()->mutex(), 0 );
-      __tsan_mutex_post_unlock( activityLock()->mutex(), 0 );
-   }
-#endif
-}
-
 void afterForkInChild() noexcept {
    Impl::forgetThreadId();
    ForkState& state = forkState;
-   tellSanitizerOfRelease( state );
    activityLock()->resetAfterFork( state.ownsLock );
    runAfterFork( state, &Handlers::child );
 }

@@ -20,7 +20,8 @@ struct Outcome {
    int exitCode() const { return WIFEXITED( status ) ? WEXITSTATUS( status ) : -1; }
 };
 
-// Whether the child of a process with several threads may start some. The thread sanitizer ends it.
+// Whether a child may start threads. The thread sanitizer holds the parent's activity lock, which
+// is a new one in the child, against them, and ends a child whose parent has several.
 #ifdef __SANITIZE_THREAD__
 constexpr bool childrenHaveThreads = false;
 #else

@@ -161,6 +161,9 @@ TEST_F( Loop, keeps_nothing_of_an_object_that_is_gone ) {
 }
 
 TEST_F( Loop, that_gets_no_thread_can_be_started_again ) {
+   if( !Testing::childrenHaveThreads ) {
+      GTEST_SKIP();
+   }
    auto const outcome = Testing::inChild( [] {
       pthread_attr_t usual, huge;
       pthread_getattr_default_np( &usual );
@@ -228,6 +231,9 @@ TEST_F( Loop, of_another_thread_is_over_in_a_child_in_the_middle_of_a_reaction_t
 }
 
 TEST_F( Loop, of_a_child_waits_for_no_thread_of_its_parent ) {
+   if( !Testing::childrenHaveThreads ) {
+      GTEST_SKIP();
+   }
    manager().start();
    manager().stop();
    waitUntilStopped();
@@ -264,6 +270,9 @@ TEST_F( Loop, that_a_reactor_forks_goes_on_in_the_child ) {
 }
 
 TEST_F( Loop, of_its_own_thread_goes_on_in_a_child_that_its_reactor_forks ) {
+   if( !Testing::childrenHaveThreads ) {
+      GTEST_SKIP();
+   }
    auto const outcome = Testing::inChild( [this] {
       std::promise< int > status;
       bool isChild = false;
@@ -372,6 +381,9 @@ thread_local RunsAtThreadsEnd runsAtThreadsEnd;
 } // namespace
 
 TEST_F( Loop, may_run_once_more_on_its_own_thread_as_that_ends ) {
+   if( !Testing::childrenHaveThreads ) {
+      GTEST_SKIP();
+   }
    auto const outcome = Testing::inChild( [this] {
       std::promise< void > ended;
       auto const stopping = reactor( [&] {
