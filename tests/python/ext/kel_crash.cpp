@@ -55,20 +55,21 @@ void divideByZero() {
 }
 
 // The C library finds its lists broken as it looks for memory, and aborts with its lock held: each
-// further allocation of this thread would wait for good.
+// further allocation of this thread would wait for good. Again until it does: a block among others
+// that are free is joined with them, and its size is not looked at any more.
 void breakHeap() {
    constexpr std::size_t size = 2000; // goes to no list of the thread's own
-   void* const before = std::malloc( size );
-   void* const broken = std::malloc( size );
-   void* const behind = std::malloc( size );
-   // Its size, which the compiler must not see this write to.
-   std::uintptr_t const volatile sizeOfBroken =
-      reinterpret_cast< std::uintptr_t >( broken ) - sizeof size;
-   std::free( broken );
-   *reinterpret_cast< std::size_t volatile* >( sizeOfBroken ) = ~std::size_t{ 0 };
-   nowhere = static_cast< int volatile* >( std::malloc( size ) );
-   std::free( before );
-   std::free( behind );
+   for( ;; ) {
+      void* const broken = std::malloc( size );
+      // Not in its place, and not the end of the heap.
+      nowhere = static_cast< int volatile* >( std::malloc( size ) );
+      // Its size, which the compiler must not see this write to.
+      std::uintptr_t const volatile sizeOfBroken =
+         reinterpret_cast< std::uintptr_t >( broken ) - sizeof size;
+      std::free( broken );
+      *reinterpret_cast< std::size_t volatile* >( sizeOfBroken ) = ~std::size_t{ 0 };
+      nowhere = static_cast< int volatile* >( std::malloc( 20 * size ) );
+   }
 }
 
 struct Way {
