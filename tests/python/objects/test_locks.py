@@ -178,7 +178,7 @@ class InPython(TestCase):
     def test_the_activity_lock_goes_behind_the_return_of_the_GIL(self):
         in_child("""
             import sys, threading, time
-            import _Kel, acme, odd
+            import _Kel, acme
 
             sys.setcheckinterval(10 ** 9)  # the GIL changes hands in the module alone
             size, const, item = acme.Size(1), _Kel.const(acme.Point()), acme.Item("a", 1)
