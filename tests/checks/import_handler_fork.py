@@ -100,6 +100,7 @@ def work(mode, rounds, seconds):
     stop.set()
     for thread in threads:
         thread.join()
+    manager.runUntilIdle()  # the last handler imports from the folder that goes now
     manager.stop()
     del watcher
 
