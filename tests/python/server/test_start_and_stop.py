@@ -309,7 +309,8 @@ class Fork(ServerCase):
             agent = os.getpid()
             if os.fork():
                 os._exit(0)     # as a crash would
-            wait_until(lambda: os.getppid() != agent)
+            # Its last thread may still have the file open when the child gets another parent.
+            wait_until(lambda: not os.path.exists("/proc/%d" % agent))
             PyServer.PyServer("acme", "shop").start()
             open("taken over", "w").close()
             """.replace("taken over", self.path("taken over"))).expect()
