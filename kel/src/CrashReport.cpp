@@ -40,7 +40,7 @@ constexpr int maxFrames = 64;
 // The thread that writes a report, 0 when none does, and the signal that it will die by.
 constinit std::atomic< pid_t > reporter{ 0 };
 constinit std::atomic< int > reportedSignal{ 0 };
-// How often a report went on behind a step that faulted or hung.
+// How often a report went on behind a step that faulted or was late.
 constinit std::atomic< int > resumed{ 0 };
 // The thread whose assertion is reported and whose SIGABRT is under way.
 constinit std::atomic< pid_t > assertionReporter{ 0 };
@@ -63,17 +63,18 @@ sigset_t unblock( int number ) {
    _exit( 128 + number );
 }
 
-// Behind a step of the report that faults or hangs: the hook may have more to tell, once.
-[[noreturn]] void endReport() {
-   if( resumed++ == 0 && printBacktraceFn ) {
+// Behind a step that did not end: the hook may have more to tell, if it has not been asked so often.
+[[noreturn]] void endReport( int limit ) {
+   if( resumed++ < limit && printBacktraceFn ) {
       printBacktraceFn( STDERR_FILENO );
    }
    dieBySignal( reportedSignal );
 }
 
+// Twice: on a busy machine a step may be late that does not hang, ahead of one that does.
 void onDeadline( int number ) {
    unblock( number ); // what goes on from here may hang, too
-   endReport();
+   endReport( 2 );
 }
 
 // Ends a report that hangs, say for a lock of the C library that this thread held as it crashed. By
@@ -121,7 +122,7 @@ void enterReport( int number ) {
    pid_t other = 0;
    for( int waited = 0; !reporter.compare_exchange_strong( other, self ); ++waited ) {
       if( other == self ) {
-         endReport();
+         endReport( 1 );
       }
       if( waited == pauses ) {
          dieBySignal( number );

@@ -87,9 +87,6 @@ PyThreadState const* stateOfThread() {
    return found;
 }
 
-// The thread that is in the only step that runs Python code.
-constinit std::atomic< pid_t > inExceptionText{ 0 };
-
 // What the text of the exception is without a call of Python: of one whose text is that of its only
 // argument. Null for others.
 PyObject* plainTextOf( PyObject* exception ) {
@@ -108,10 +105,7 @@ PyRef textOfException( PyThreadState const* ts ) {
    if( ts != _PyThreadState_Current ) {
       return PyRef::borrow( plainTextOf( ts->exc_value ) );
    }
-   inExceptionText = ::gettid();
-   PyRef text = PyRef::steal( PyObject_Str( ts->exc_value ) );
-   inExceptionText = 0;
-   return text;
+   return PyRef::steal( PyObject_Str( ts->exc_value ) );
 }
 
 void writeException( CrashText& out, PyThreadState const* ts ) {
@@ -122,14 +116,19 @@ void writeException( CrashText& out, PyThreadState const* ts ) {
    out.write( "\n" );
 }
 
+// The thread that tells of the exception that is being handled: the only step that runs Python code.
+constinit std::atomic< pid_t > inHandled{ 0 };
+
 // The exception that is being handled.
 void writeHandled( CrashText& out, PyThreadState const* ts ) {
+   inHandled = ::gettid();
    if( isSet( ts->exc_traceback ) ) {
       writeTraceback( out, ts->exc_traceback );
    }
    if( isSet( ts->exc_value ) ) {
       writeException( out, ts );
    }
+   inHandled = 0;
 }
 
 void writeFrames( CrashText& out, PyFrameObject* frame ) {
@@ -151,8 +150,8 @@ void printPythonBacktrace( int fd ) {
       out.write( "%s", none );
       return;
    }
-   if( inExceptionText == ::gettid() ) {
-      // The text of the exception has faulted or hangs, and this is another try.
+   if( inHandled == ::gettid() ) {
+      // That step has faulted or come to a deadline, and this is another try.
       out.write( "%s\n", noText );
    } else {
       writeHandled( out, ts );

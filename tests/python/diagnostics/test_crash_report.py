@@ -146,6 +146,29 @@ handler()
     def test_the_text_of_an_exception_may_never_come(self):
         self.check_frames_behind_mute_exception("while True: pass")
 
+    def test_a_broken_traceback_does_not_keep_the_frames_back(self):
+        err = self.crash("""
+import ctypes
+
+def handler():
+    try:
+        raise ValueError("what went wrong")
+    except ValueError:
+        next_field = id(sys.exc_info()[2]) + object.__basicsize__
+        ctypes.c_void_p.from_address(next_field).value = 8
+        kel_crash.fault()
+
+handler()
+""")
+        self.assertEqual(
+            self.python_part(err),
+            EXCEPTION +
+            '  File "<string>", line 10, in handler\n'
+            '(failed to get exception error message)\n' +
+            FRAMES +
+            '  File "<string>", line 14, in handler\n'
+            '  File "<string>", line 16, in <module>\n')
+
     def test_without_the_GIL_Python_makes_no_text_of_an_exception(self):
         mute = "(failed to get exception error message)"
         for source, text in (
