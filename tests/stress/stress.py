@@ -23,9 +23,23 @@ from worker import Worker
 from world import Recorder, World, manager, root
 
 
+def one_loop(workers):
+    """Ends the loops that the workers have begun, one that is only about to begin as well, and begins
+    another one: a loop that ends leaves behind what is pending."""
+    for loop in [loop for worker in workers for loop in worker.loops]:
+        while loop.is_alive():
+            manager.stop()
+            loop.join(0.01)
+    while manager.isRunning:
+        manager.stop()
+        time.sleep(0.001)
+    manager.start()
+
+
 def drain(workers):
     """Waits until all that is pending is delivered, the last timers too."""
     participant = Recorder.draining = kel_stress.participant("the rest of the changes")
+    one_loop(workers)
     manager.runUntilIdle()
     while any(worker.armed_timers() for worker in workers):
         manager.runUntilIdle()
@@ -75,6 +89,7 @@ def work(options):
     print "forks: %d of Python, %d of native threads" % forked
     drain(workers)
     manager.stop()
+    gc.collect()  # cycles that a collection found while they were reachable have grown old
     failures += world.faults(loose_writers(world, workers, options.native_threads))
     for worker in workers:
         failures += worker.faults()

@@ -42,11 +42,11 @@ class Timer(object):
         self.notifiee.timeMinProxy = self.wanted
 
     def tell(self):
-        self.fired += 1
         self.early += clock.now < self.wanted
         self.react()
         if self.armed < self.times:
             self.arm()
+        self.fired += 1  # now, for until then it counts as armed
 
     def is_armed(self):
         return self.fired < self.armed
