@@ -79,20 +79,44 @@ std::size_t count( Outcome const& outcome, std::string const& text ) {
    return found;
 }
 
+// Of a thread that says its id: waits until it has said it and stands in a call for a lock.
+class Blocked {
+ public:
+   void say() { id_ = Impl::gettid(); }
+   pid_t id() const { return id_; }
+
+   void waitFor() const {
+      std::string const path = "/proc/self/task/";
+      std::string const call = std::to_string( SYS_futex ) + ' ';
+      std::string line;
+      while( !line.starts_with( call ) ) {
+         std::this_thread::yield();
+         std::ifstream file( path + std::to_string( id_ ) + "/syscall" );
+         std::getline( file, line );
+      }
+   }
+
+ private:
+   std::atomic< pid_t > id_ = 0;
+};
+
 // A thread that Python never saw holds the lock and computes, and the main thread waits for it.
 Outcome holdAndWait() {
    return inChild( [] {
       Told const told;
-      secondsAre( 0.2 );
-      pid_t id = 0;
+      Blocked waiter;
+      std::atomic< bool > isHeld = false;
       std::thread holder( [&] {
          LockAnchor const locked( activityLock() );
-         __atomic_store_n( &id, Impl::gettid(), __ATOMIC_RELEASE );
+         isHeld = true;
+         waiter.waitFor();
+         Watchdog::instance()->secondsIs( Seconds( 0.2 ) );
          told.waitFor( "waits for the activity lock" );
       } );
-      while( __atomic_load_n( &id, __ATOMIC_ACQUIRE ) == 0 ) {
+      while( !isHeld ) {
          std::this_thread::yield();
       }
+      waiter.say();
       { LockAnchor const waits( activityLock() ); }
       told.waitFor( "has given up" );
       holder.join();
@@ -151,7 +175,7 @@ TEST( Watchdog, leavesTheSystemCallsOfLanguagesAloneAndShowsWhereTheyAre ) {
    Outcome const outcome = inChild( [] {
       Told const told;
       printThreadStackFn = hookIsOfLanguage;
-      secondsAre( 0.2 );
+      secondsAre( 1 ); // in which the holder comes to its call
       int ends[2];
       int awaited = -1;
       if( pipe( ends ) != 0 ) {
@@ -189,27 +213,6 @@ TEST( Watchdog, showsTheNativeStackOfAThreadThatIsOfNoLanguage ) {
    } );
    EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
 }
-
-// Of a thread that says its id: waits until it has said it and stands in a call for a lock.
-class Blocked {
- public:
-   void say() { id_ = Impl::gettid(); }
-   pid_t id() const { return id_; }
-
-   void waitFor() const {
-      std::string const path = "/proc/self/task/";
-      std::string const call = std::to_string( SYS_futex ) + ' ';
-      std::string line;
-      while( !line.starts_with( call ) ) {
-         std::this_thread::yield();
-         std::ifstream file( path + std::to_string( id_ ) + "/syscall" );
-         std::getline( file, line );
-      }
-   }
-
- private:
-   std::atomic< pid_t > id_ = 0;
-};
 
 TEST( Watchdog, showsSomeOfManyWhoWaitAndCountsTheOthers ) {
    Outcome const outcome = inChild( [] {
@@ -250,7 +253,6 @@ TEST( Watchdog, takesThreadsThatWaitForOtherLocksForNoWaiters ) {
          pthread_mutex_unlock( &mutex );
       } );
       blocked.waitFor();
-      secondsAre( 0.2 );
       std::thread waits;
       {
          LockAnchor const locked( activityLock() );
@@ -259,6 +261,7 @@ TEST( Watchdog, takesThreadsThatWaitForOtherLocksForNoWaiters ) {
             LockAnchor const waits( activityLock() );
          } );
          waiter.waitFor();
+         Watchdog::instance()->secondsIs( Seconds( 0.2 ) );
          told.waitFor( ( "thread " + std::to_string( waiter.id() ) + " (" ).c_str() );
       }
       told.waitFor( "has given up" );
@@ -385,16 +388,28 @@ TEST( Watchdog, thatGetsNoThreadCanBeTurnedOnAgain ) {
    EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
 }
 
+// As the kernel tells it: R, S, T and so on.
+char stateOf( pid_t process ) {
+   std::ifstream file( "/proc/" + std::to_string( process ) + "/stat" );
+   std::string text;
+   std::getline( file, text );
+   auto const name = text.rfind( ')' );
+   return name == std::string::npos ? '?' : text[name + 2];
+}
+
 TEST( Watchdog, doesNotCountTheTimeInWhichTheWholeProcessStood ) {
    Outcome const outcome = inChild( [] {
       Told const told;
-      secondsAre( 2 );
+      secondsAre( 4 );
       LockAnchor const locked( activityLock() );
       constexpr timespec sampled = { 0, 500'000'000 };
       nanosleep( &sampled, nullptr );
       pid_t const other = fork(); // wakes this process
       if( other == 0 ) {
-         constexpr timespec stood = { 2, 500'000'000 };
+         while( stateOf( getppid() ) != 'T' ) {
+            std::this_thread::yield();
+         }
+         constexpr timespec stood = { 5, 0 };
          nanosleep( &stood, nullptr );
          kill( getppid(), SIGCONT );
          _exit( 0 );
@@ -412,10 +427,10 @@ TEST( Watchdog, isOffAtFirstAndCanBeTurnedOff ) {
       Told const told;
       auto const seconds = [] { return Watchdog::instance()->seconds().value(); };
       bool const isOff = seconds() == 0;
-      secondsAre( 0.05 );
+      secondsAre( 0.2 );
       secondsAre( 0 );
       LockAnchor const locked( activityLock() );
-      constexpr timespec longer = { 0, 400'000'000 };
+      constexpr timespec longer = { 0, 600'000'000 };
       nanosleep( &longer, nullptr );
       return isOff && seconds() == 0 ? 0 : 1;
    } );
