@@ -16,6 +16,8 @@ import subprocess
 import sys
 import tempfile
 
+import pages
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
 PAGE = os.path.join(ROOT, "docs", "first-hour.md")
@@ -70,12 +72,14 @@ def steps(page):
 
 def script(typed):
     """The text for bash. The time goes behind the mark."""
-    lines = []
+    lines, before = [], ""
     for step in typed:
         if step.name:
             lines.append("cat > %s << 'END OF IT'\n%sEND OF IT\n" % (step.name, step.text))
         else:
-            lines.append("%s\necho \"%s$( date +%%s.%%N )\"\n" % (step.text, MARK))
+            text = pages.typed(step.text, before)
+            lines.append("%s\necho \"%s$( date +%%s.%%N )\"\n" % (text, MARK))
+            before = step.text
     return "echo \"%s$( date +%%s.%%N )\"\n" % MARK + "".join(lines)
 
 

@@ -18,6 +18,19 @@ _INDENTED = re.compile(r"(?m)^((?![-*] |\d+\. )\S.*\n\n)( {4}\S)")
 SESSION, FILE, SCRIPT, CONSOLE, CPP, TEXT, EXEMPT, UNKNOWN = (
     "session", "file", "script", "console", "cpp", "text", "exempt", "unknown")
 
+_PATIENT = """for again in $(seq 100); do
+   shown=$(%s 2>&1) && break
+   sleep 0.2
+done
+echo "$shown"
+"""
+
+
+def typed(command, before):
+    """What to type for a command of a console behind another one. A reader takes longer to type than
+    a process in the background to get ready."""
+    return _PATIENT % command if before.endswith("&") else command
+
 
 class Block(object):
 

@@ -74,21 +74,11 @@ def commands(text):
     return found
 
 
-PATIENT = """for again in $(seq 100); do
-   shown=$(%s 2>&1) && break
-   sleep 0.2
-done
-echo "$shown"
-"""
-
-
 def outputs(wanted, folder, programs):
     """What each command prints, to both streams."""
     script, behind = "", ""
     for command, _ in wanted:
-        # A reader takes longer to type than a process in the background to get ready.
-        typed = PATIENT % command if behind.endswith("&") else command
-        script += "%s\necho '%s'\n" % (typed, MARK)
+        script += "%s\necho '%s'\n" % (pages.typed(command, behind), MARK)
         behind = command
     shell = subprocess.Popen(["bash", "-s"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                              stderr=subprocess.STDOUT, cwd=folder, env=environment(folder, programs))
