@@ -14,11 +14,19 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <utility>
 
 namespace {
 
 constexpr timeval deadline = { 60, 0 };
+
+bool isMainThreadAsleep() {
+   std::ifstream file( "/proc/self/task/" + std::to_string( getpid() ) + "/stat" );
+   std::string text;
+   std::getline( file, text );
+   return text.find( ") S " ) != std::string::npos;
+}
 
 int boundTo( std::string const& path ) {
    sockaddr_un address = {};
@@ -106,8 +114,12 @@ void Peer::sendByteByByte( std::string_view bytes ) {
    }
 }
 
+// A read that has taken all there is looks once more before it ends.
 void Peer::waitUntilRead() const {
    for( int unread = 1; ioctl( descriptor_, SIOCOUTQ, &unread ) == 0 && unread > 0; ) {
+      std::this_thread::yield();
+   }
+   while( !isMainThreadAsleep() ) {
       std::this_thread::yield();
    }
 }

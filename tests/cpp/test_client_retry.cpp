@@ -41,6 +41,7 @@ TEST_F( ClientRetry, ofAProfileOfOnlyAZeroIsOneAttemptWithoutAWarning ) {
 
 TEST_F( ClientRetry, ofAProfileOfTwoPausesIsThreeAttempts ) {
    RetryProfile const profile( { 1, 1, 0 } );
+   calls_.sleepsAreNoted();
    EXPECT_EQ( said(), "" );
    EXPECT_EQ( attempts(), 3u );
 }
