@@ -93,7 +93,7 @@ class Deadline {
       event._sigev_un._tid = ::gettid();
       isSet_ = timer_create( CLOCK_MONOTONIC, &event, &timer_ ) == 0;
       if( isSet_ ) {
-         constexpr itimerspec times = { .it_interval = { 0, 500'000'000 }, .it_value = { 1, 0 } };
+         constexpr itimerspec times = { .it_interval = { 0, 400'000'000 }, .it_value = { 1, 0 } };
          timer_settime( timer_, 0, &times, nullptr );
       }
    }
