@@ -68,15 +68,20 @@ class Loop(threading.Thread):
         self._join(self, _PyServerWire.now() + _LISTENING_SECONDS)
 
     def stop(self, timeout):
-        """Closes all connections; waits so many seconds for texts that are being evaluated."""
+        """Closes all connections; waits so many seconds for texts that are being evaluated and for
+        their answers to be taken."""
         end = _PyServerWire.now() + timeout
-        with self._lock:
-            connections = list(self._connections)
-            for connection in connections:
-                connection.hangUp()
-        for connection in connections:
+        for connection in self._hangUp(socket.SHUT_RD):
             self._join(connection, end)
+        self._hangUp(socket.SHUT_RDWR)
         self.trace.stop(max(0.0, end - _PyServerWire.now()))
+
+    def _hangUp(self, direction):
+        """Wakes the connections that wait for their clients, or to be read; gives all there are."""
+        with self._lock:
+            for connection in self._connections:
+                connection.hangUp(direction)
+            return list(self._connections)
 
     def run(self):
         try:
@@ -196,10 +201,10 @@ class Connection(threading.Thread):
         self._socket = accepted
         self._stream = _PyServerWire.Stream(accepted, loop.limits.idle)
 
-    def hangUp(self):
+    def hangUp(self, direction):
         """Wakes the thread, if it waits for its client. A thread lets its own answer out."""
         if threading.current_thread() is not self:
-            _shutDown(self._socket)
+            _shutDown(self._socket, direction)
 
     def run(self):
         try:
@@ -208,7 +213,7 @@ class Connection(threading.Thread):
             self._loop.trace(8 if isinstance(end, Closed) else 1, "closes a connection: %s" % end)
         finally:
             self._loop.ended(self)
-            _shutDown(self._socket)
+            _shutDown(self._socket, socket.SHUT_RDWR)
             self._socket.close()
 
     def _serveAll(self):
@@ -295,8 +300,8 @@ def _closeOnExec(descriptor):
     fcntl.fcntl(descriptor, fcntl.F_SETFD, fcntl.FD_CLOEXEC)
 
 
-def _shutDown(connection):
+def _shutDown(connection, direction):
     try:
-        connection.shutdown(socket.SHUT_RDWR)
+        connection.shutdown(direction)
     except socket.error:
         pass

@@ -42,14 +42,17 @@ class Start(ServerCase):
         with open("/proc/net/tcp") as table:
             self.assertFalse([row for row in table if row.split()[9] in inodes])
 
+    def listening(self, table, port):
+        """The local addresses, as the table has them, at which somebody listens on the port."""
+        with open(table) as rows:
+            fields = [row.split() for row in rows]
+        return [row[1] for row in fields if row[3] == "0A" and row[1].endswith(":%04X" % port)]
+
     def test_TCP_is_listened_on_at_the_loopback_address_only(self):
         server = self.serve(port=0)
-        with open("/proc/net/tcp") as table:
-            local = [
-                row.split()[1] for row in table if row.split()[1].endswith(":%04X" % server.port)]
-        self.assertEqual(set(local), set(["0100007F:%04X" % server.port]))
-        with open("/proc/net/tcp6") as table:
-            self.assertFalse([row for row in table if ":%04X " % server.port in row.split(" ")[:6]])
+        self.assertEqual(
+            self.listening("/proc/net/tcp", server.port), ["0100007F:%04X" % server.port])
+        self.assertEqual(self.listening("/proc/net/tcp6", server.port), [])
 
     def test_a_port_may_be_chosen_and_used_again_at_once(self):
         first = self.serve(port=0)
@@ -201,7 +204,8 @@ class Stop(ServerCase):
 
     def setUp(self):
         super(Stop, self).setUp()
-        __main__.go = threading.Event()
+        __main__.entered, __main__.go = threading.Event(), threading.Event()
+        self.addCleanup(vars(__main__).pop, "entered")
         self.addCleanup(vars(__main__).pop, "go")
 
     def test_stop_closes_clients_in_every_state(self):
@@ -218,6 +222,19 @@ class Stop(ServerCase):
         wait_until(lambda: threading.active_count() == 1)
         for client in clients[:7]:
             self.assertTrue(client.isClosed())
+
+    def test_stop_lets_a_text_that_ends_in_time_have_its_answer(self):
+        server = self.serve()
+        client, other = self.client(server), self.client(server)
+        client.socket.sendall(frame("?1", "entered.set() or go.wait(60)"))
+        __main__.entered.wait()
+        stopping = threading.Thread(target=server.stop, args=(60,))
+        stopping.start()
+        self.assertTrue(other.isClosed())
+        __main__.go.set()
+        self.assertEqual(client.reply(), ("OK", "True"))
+        self.assertTrue(client.isClosed())
+        stopping.join()
 
     def test_stop_does_not_wait_for_a_text_that_goes_on(self):
         server = self.serve()
