@@ -2,7 +2,7 @@
 
 include( GoogleTest )
 
-set( KEL_TEST_SECONDS 120 )
+set( KEL_TEST_SECONDS 300 )
 
 # What an uninstrumented interpreter has to load first when the module is built with a sanitizer.
 function( kel_preload result )

@@ -7,8 +7,8 @@ import Kel
 from kel_testing import in_child
 
 TOOLS = """
-import ctypes, os, sys, threading, time
-import Kel, _Kel, acme
+import ctypes, os, select, sys, threading, time
+import Kel, _Kel, acme, kel_hand
 
 def told():
     with open("/proc/self/fd/2") as err:
@@ -56,6 +56,9 @@ is_told = False
 def hold():
     with Kel.activityLock():
         item.size = 1
+        while not kel_hand.isLockContended():
+            time.sleep(0.001)
+        Kel.watchdog(0.3)
         while not is_told:
             pass
 
@@ -63,7 +66,6 @@ def wait():
     item.size = 2
 
 item = acme.Item("nail", 1)
-Kel.watchdog(0.3)
 holder = thread(hold)
 while not _Kel.activityLockOwner():
     pass
@@ -82,26 +84,30 @@ wait_for("has given up")
 
     def test_a_holder_that_sleeps_is_not_woken_and_shows_where(self):
         err = self.told("""
+r, w = os.pipe()
+ready = []
+
 def hold():
     with Kel.activityLock():
-        began = time.time()
-        time.sleep(2)
-        slept.append(time.time() - began > 1.9)
+        ready.append(select.select([r], [], [], 600))
 
-slept = []
 Kel.watchdog(0.3)
-thread(hold).join()
+holder = thread(hold)
+wait_for("libc")  # of the last line
+os.write(w, "x")
+holder.join()
 wait_for("has given up")
-assert slept == [True], slept
+assert ready == [([r], [], [])], ready
 """)
-        self.assertTold(err, HELD, r"^  time.sleep\(2\), in hold\n",
+        self.assertTold(err, HELD, r"^  ready.append\(select.*, in hold\n",
                         r"^It waits in system call \d+, which a signal would end:\n.*libc", FREE)
 
     def test_a_holder_that_keeps_the_GIL_as_well_is_told(self):
         err = self.told("""
 Kel.watchdog(0.3)
 with Kel.activityLock():
-    ctypes.PyDLL(None).sleep(2)  # nobody else runs any Python meanwhile
+    while ", in <module>" not in told():
+        ctypes.PyDLL(None).sleep(1)  # nobody else runs any Python meanwhile
 wait_for("has given up")
 """)
         self.assertTold(err, HELD, r"^  ctypes.PyDLL.*, in <module>\n", FREE)
@@ -109,13 +115,14 @@ wait_for("has given up")
     def test_one_that_computes_with_the_GIL_is_told_with_its_native_stack(self):
         err = self.told("""
 def compute():
-    end = time.time() + 2
+    end = time.time() + 0.5
     while time.time() < end: pass
 
 sys.setcheckinterval(10**9)
 Kel.watchdog(0.3)
 with Kel.activityLock():
-    compute()
+    while "PyEval_EvalCodeEx" not in told():
+        compute()
 wait_for("has given up")
 """)
         self.assertTold(err, HELD, r"^  while time.time.*, in compute\n",
@@ -128,7 +135,7 @@ end = time.time() + 2
 while time.time() < end:
     with Kel.activityLock():
         time.sleep(0.02)
-    time.sleep(0.0001)
+    time.sleep(0.002)
 """)
         self.assertEqual(err, "")
 

@@ -72,8 +72,8 @@ def in_child(source, args=(), env=None, deadline=DEADLINE):
 
 def wait_until(condition, deadline=DEADLINE):
     """Returns once condition() is true; raises an AssertionError at the deadline."""
-    end = time.time() + deadline
+    end = os.times()[4] + deadline  # which nobody sets
     while not condition():
-        if time.time() > end:
+        if os.times()[4] > end:
             raise AssertionError("it did not come true in %s seconds" % deadline)
         time.sleep(0.002)

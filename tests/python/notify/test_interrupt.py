@@ -345,6 +345,7 @@ told = []
 
 def handler(attr, key):
     if not told:
+        begins.wait()
         interrupt()
         for _ in xrange(100000):
             pass
@@ -353,9 +354,11 @@ def handler(attr, key):
 kept.append(notifiee(notes, handler))
 notes.a = 1
 notes.b = 1
+begins = threading.Event()
 thread = threading.Thread(target=manager.run)
+thread.start()
 try:
-    thread.start()
+    begins.set()
     await_interrupt()
 except KeyboardInterrupt:
     print "interrupted"

@@ -295,13 +295,14 @@ class Waits(TestCase):
     def test_what_touches_the_runtime_waits_for_the_lock(self):
         # Each runs on a thread of its own and is still there while we own the lock.
         node, item, size = odd.Node(1), acme.Item("a", 1), acme.Size(1)
+        other = acme.Item("b", 2)
         future = _Kel.entityFuture("/", None)
         entity = kel_objects.createEntity("/", "Acme::Thing", "locks-waits")
         touches = [
             lambda: node.value, lambda: setattr(node, "value", 1), lambda: node.peek(),
             lambda: repr(node), lambda: str(node), lambda: hash(node),
             lambda: node.kelSmartPointerReferences(), lambda: _Kel.const(size),
-            lambda: _Kel.constPtr(node), lambda: item < entity,
+            lambda: _Kel.constPtr(node), lambda: item < other,
             lambda: odd.Node(2), lambda: size == size, lambda: size + size, lambda: bool(size),
             lambda: future.convertToEntity(), lambda: node.valueToGnmiString(),
             lambda: _Kel.convertEntityToFailedMount(entity)]

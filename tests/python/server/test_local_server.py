@@ -66,7 +66,7 @@ class Runtime(ServerCase):
                     thread.name for thread in threading.enumerate()])
             _Kel.releaseActivityLock()
             server.stop()
-            assert threading.active_count() == 1, threading.enumerate()
+            wait_until(lambda: threading.active_count() == 1)
             """ % HERE, env={"KEL_TRACE": "default/0-9", "KEL_TRACE_FILE": trace}).expect()
         with open(trace) as lines:
             self.assertEqual(lines.read().count("refused a connection, there are 1"), 3)

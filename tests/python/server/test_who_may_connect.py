@@ -103,6 +103,7 @@ class Loopback(ServerCase):
         accepted, _ = listener.accept()
         self.assertEqual(_PyServerPeer.peerUid(accepted), os.geteuid())
         client.close()
+        self.assertEqual(accepted.recv(1), "")  # its end has come
         with self.assertRaises(_PyServerPeer.Gone):
             _PyServerPeer.peerUid(accepted)
         accepted.close()

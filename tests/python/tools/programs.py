@@ -130,9 +130,8 @@ class ProgramCase(unittest.TestCase):
         """Starts the agent acme.shop; `script` is the text of its script."""
         options = ["--group", "acme", "--name", keywords.pop("name", "shop"), "--schema", "acme"]
         options += keywords.pop("options", [])
-        script_name = keywords.pop("script_name", "script.py")
         if script is not None:
-            options.append(self.write(script_name, script))
+            options.append(self.write("script.py", script))
         return self.program([AGENT] + options + list(args), **keywords)
 
     def run_agent(self, *args, **keywords):

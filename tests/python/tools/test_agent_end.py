@@ -183,6 +183,7 @@ print "begins"
 lock.acquire()
 """)
             wait_until(lambda: agent.out == "begins\n")
+            wait_until(lambda: _waits(agent))
             self.end_at_once(agent, number)
 
     def end_at_once(self, agent, number):

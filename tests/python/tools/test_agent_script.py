@@ -2,6 +2,7 @@
 
 import os
 
+from kel_testing import wait_until
 from programs import ProgramCase
 
 
@@ -46,14 +47,16 @@ class Script(ProgramCase):
         agent = self.agent("""
             import time
             ready = False
+            print "begins"
             while not ready:
                 time.sleep(0.01)
             print "ready"
             import sys
             sys.exit()
             """)
+        wait_until(lambda: agent.out == "begins\n")
         self.eval("acme.shop", "-x", "ready = True").expect()
-        self.assertEqual(agent.wait().expect().out, "ready\n")
+        self.assertEqual(agent.wait().expect().out, "begins\nready\n")
 
     def test_without_one_the_agent_just_serves(self):
         self.serving()

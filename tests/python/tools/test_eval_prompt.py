@@ -9,6 +9,7 @@ import stat
 import termios
 import time
 
+from _PyServerWire import now
 from kel_testing import wait_until
 from programs import DEADLINE, EVAL, ProgramCase
 
@@ -16,6 +17,7 @@ ESCAPES = re.compile(r"\x1b\[[\d;?]*[A-Za-z]|\r")
 UP = "\x1b[A"
 CTRL_C = "\x03"
 CTRL_D = "\x04"
+BELL = "\x07"
 
 
 class Terminal(object):
@@ -44,9 +46,9 @@ class Terminal(object):
 
     def expect(self, text):
         """What is shown up to and with the text, without escape sequences."""
-        end = time.time() + DEADLINE
+        end = now() + DEADLINE
         while text not in self._unread:
-            if not select.select([self._master], [], [], max(0, end - time.time()))[0]:
+            if not select.select([self._master], [], [], max(0, end - now()))[0]:
                 raise AssertionError("%r did not come, but %r" % (text, self._unread))
             try:
                 piece = os.read(self._master, 4096)
@@ -159,8 +161,11 @@ class Prompt(ProgramCase):
 
     def test_a_word_that_cannot_be_completed_stays(self):
         prompt = self.prompt()
-        for start in "nothing.at", "nothing_of_that", "1 + (", "'", "item.note.":
-            prompt.type(start + "\t" + CTRL_C)
+        for start, shown in (("nothing.at", BELL), ("nothing_of_that", BELL), ("1 + (", BELL),
+                             ("'", BELL), ("item.note.", ">>> item.note.")):
+            prompt.type(start + "\t")
+            prompt.expect(shown)
+            prompt.send(CTRL_C)
             prompt.expect(">>> ")
         self.assertEqual(prompt.line("1"), "1\n")
 
@@ -194,10 +199,14 @@ class Prompt(ProgramCase):
 
     def test_ctrl_C_leaves_the_line_or_the_block(self):
         prompt = self.prompt()
-        prompt.type("log.append(1)" + CTRL_C)
+        prompt.type("log.append(1)")
+        prompt.expect("(1)")
+        prompt.send(CTRL_C)
         prompt.expect(">>> ")
         prompt.line("if True:", "... ")
-        prompt.type("    log.append(2)" + CTRL_C)
+        prompt.type("    log.append(2)")
+        prompt.expect("(2)")
+        prompt.send(CTRL_C)
         prompt.expect(">>> ")
         self.assertEqual(prompt.line("3"), "3\n")
         self.assertEqual(self.value("log"), "[]")
