@@ -172,11 +172,8 @@ class Slow(Apart):
         self.assertEqual(client.reply(), ("OK", "onetwo"))
 
     def test_a_silent_client_is_closed_after_a_while(self):
-        self.begin()
-        with self.granting(frame=1):
-            client = self.client(self.server, greet=False)
-            self.assertTrue(client.isClosed())
-        self.check_others()
+        server = self.serve(frameLimit=1)
+        self.assertTrue(self.client(server, greet=False).isClosed())
 
     def test_half_a_greeting_is_closed_after_a_while(self):
         self.begin()
@@ -221,10 +218,8 @@ class Slow(Apart):
         self.check_others()
 
     def test_a_client_that_rests_for_too_long_is_closed(self):
-        self.begin()
-        with self.granting(idle=1):
-            self.assertTrue(self.client(self.server).isClosed())
-        self.check_others()
+        server = self.serve(idleLimit=1)
+        self.assertTrue(self.client(server).isClosed())
 
     def test_a_client_that_takes_no_answer_is_closed_after_a_while(self):
         self.begin()

@@ -218,7 +218,7 @@ class Stop(ServerCase):
         clients[5].socket.sendall("?1\0\0\0\x05'on")
         clients[7].socket.sendall(frame("?1", "'a' * 10000000"))  # not taken by the client
         wait_until(lambda: threading.active_count() == 10)
-        server.stop()
+        server.stop(timeout=0.2)
         wait_until(lambda: threading.active_count() == 1)
         for client in clients[:7]:
             self.assertTrue(client.isClosed())
