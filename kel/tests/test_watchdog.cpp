@@ -244,15 +244,21 @@ TEST( Watchdog, showsSomeOfManyWhoWaitAndCountsTheOthers ) {
 TEST( Watchdog, takesThreadsThatWaitForOtherLocksForNoWaiters ) {
    Outcome const outcome = inChild( [] {
       Told const told;
-      pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER; // of an address above the library's
-      pthread_mutex_lock( &mutex );
-      Blocked blocked, waiter;
-      std::thread other( [&] {
-         blocked.say();
-         pthread_mutex_lock( &mutex );
-         pthread_mutex_unlock( &mutex );
-      } );
-      blocked.waitFor();
+      // On the stack and in the program: above and below the library's own.
+      pthread_mutex_t above = PTHREAD_MUTEX_INITIALIZER;
+      static pthread_mutex_t below = PTHREAD_MUTEX_INITIALIZER;
+      std::vector< std::thread > others;
+      for( pthread_mutex_t* const mutex : { &above, &below } ) {
+         pthread_mutex_lock( mutex );
+         Blocked blocked;
+         others.emplace_back( [&blocked, mutex] {
+            blocked.say();
+            pthread_mutex_lock( mutex );
+            pthread_mutex_unlock( mutex );
+         } );
+         blocked.waitFor();
+      }
+      Blocked waiter;
       std::thread waits;
       {
          LockAnchor const locked( activityLock() );
@@ -266,8 +272,11 @@ TEST( Watchdog, takesThreadsThatWaitForOtherLocksForNoWaiters ) {
       }
       told.waitFor( "has given up" );
       waits.join();
-      pthread_mutex_unlock( &mutex );
-      other.join();
+      pthread_mutex_unlock( &above );
+      pthread_mutex_unlock( &below );
+      for( auto& each : others ) {
+         each.join();
+      }
       return 0;
    } );
    EXPECT_EQ( outcome.exitCode(), 0 ) << outcome.errors;
