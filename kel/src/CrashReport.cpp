@@ -63,7 +63,7 @@ sigset_t unblock( int number ) {
    _exit( 128 + number );
 }
 
-// Behind a step that did not end: the hook may have more to tell, if it has not been asked so often.
+// Behind a step that did not end: asks the hook for what it has left to tell, so many times at most.
 [[noreturn]] void endReport( int limit ) {
    if( resumed++ < limit && printBacktraceFn ) {
       printBacktraceFn( STDERR_FILENO );
