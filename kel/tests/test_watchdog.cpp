@@ -450,6 +450,14 @@ TEST( Watchdog, isOffAtFirstAndCanBeTurnedOff ) {
 TEST( Watchdog, doesNotWatchAForkedChildUnlessAsked ) {
    Outcome const outcome = inChild( [] {
       secondsAre( 0.1 );
+      // Its thread is there and at rest: one that begins may hold a lock of a sanitizer's allocator,
+      // which stays locked in a child.
+      Told const ofParent;
+      {
+         LockAnchor const locked( activityLock() );
+         ofParent.waitFor( "has held" );
+      }
+      ofParent.waitFor( "has given up" );
       return inChild( [] {
          bool const isOff = Watchdog::instance()->seconds().value() == 0;
          Told const told;
