@@ -63,7 +63,8 @@ sigset_t unblock( int number ) {
    _exit( 128 + number );
 }
 
-// Behind a step that did not end: asks the hook for what it has left to tell, so many times at most.
+// Behind a step that did not end: asks the hook for what it has left to tell, so many times at
+// most.
 [[noreturn]] void endReport( int limit ) {
    if( resumed++ < limit && printBacktraceFn ) {
       printBacktraceFn( STDERR_FILENO );

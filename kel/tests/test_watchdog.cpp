@@ -450,8 +450,8 @@ TEST( Watchdog, isOffAtFirstAndCanBeTurnedOff ) {
 TEST( Watchdog, doesNotWatchAForkedChildUnlessAsked ) {
    Outcome const outcome = inChild( [] {
       secondsAre( 0.1 );
-      // Its thread is there and at rest: one that begins may hold a lock of a sanitizer's allocator,
-      // which stays locked in a child.
+      // Its thread is there and at rest: one that begins may hold a lock of a sanitizer's
+      // allocator, which stays locked in a child.
       Told const ofParent;
       {
          LockAnchor const locked( activityLock() );

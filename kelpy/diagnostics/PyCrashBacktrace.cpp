@@ -116,7 +116,8 @@ void writeException( CrashText& out, PyThreadState const* ts ) {
    out.write( "\n" );
 }
 
-// The thread that tells of the exception that is being handled: the only step that runs Python code.
+// The thread that tells of the exception that is being handled: the only step that runs Python
+// code.
 constinit std::atomic< pid_t > inHandled{ 0 };
 
 // The exception that is being handled.

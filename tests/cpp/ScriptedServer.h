@@ -24,8 +24,8 @@ class Peer {
    std::string request();
    void send( std::string_view bytes );
    void sendByteByByte( std::string_view bytes );
-   // Waits until the client, which is the main thread, has read all that was sent and waits for more;
-   // for unix sockets.
+   // Waits until the client, which is the main thread, has read all that was sent and waits for
+   // more; for unix sockets.
    void waitUntilRead() const;
    // Whether the client ends the stream here.
    bool atEnd() { return read( 1 ).empty(); }
