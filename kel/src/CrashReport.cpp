@@ -40,8 +40,9 @@ constexpr int maxFrames = 64;
 // The thread that writes a report, 0 when none does, and the signal that it will die by.
 constinit std::atomic< pid_t > reporter{ 0 };
 constinit std::atomic< int > reportedSignal{ 0 };
-// How often a report went on behind a step that faulted or was late.
-constinit std::atomic< int > resumed{ 0 };
+// The steps of the report that faulted, and those that came to a deadline.
+constinit std::atomic< int > faults{ 0 };
+constinit std::atomic< int > deadlines{ 0 };
 // The thread whose assertion is reported and whose SIGABRT is under way.
 constinit std::atomic< pid_t > assertionReporter{ 0 };
 
@@ -63,19 +64,18 @@ sigset_t unblock( int number ) {
    _exit( 128 + number );
 }
 
-// Behind a step that did not end: asks the hook for what it has left to tell, so many times at
-// most.
-[[noreturn]] void endReport( int limit ) {
-   if( resumed++ < limit && printBacktraceFn ) {
+// Behind a step that did not end: the hook may have more to tell.
+[[noreturn]] void endReport( bool mayAskHook ) {
+   if( mayAskHook && printBacktraceFn ) {
       printBacktraceFn( STDERR_FILENO );
    }
    dieBySignal( reportedSignal );
 }
 
-// Twice: on a busy machine a step may be late that does not hang, ahead of one that does.
+// On a busy machine a step may be late that does not hang, ahead of one that does.
 void onDeadline( int number ) {
    unblock( number ); // what goes on from here may hang, too
-   endReport( 2 );
+   endReport( deadlines++ < 2 );
 }
 
 // Ends a report that hangs, say for a lock of the C library that this thread held as it crashed. By
@@ -123,7 +123,7 @@ void enterReport( int number ) {
    pid_t other = 0;
    for( int waited = 0; !reporter.compare_exchange_strong( other, self ); ++waited ) {
       if( other == self ) {
-         endReport( 1 );
+         endReport( faults++ == 0 );
       }
       if( waited == pauses ) {
          dieBySignal( number );

@@ -177,6 +177,26 @@ TEST( CrashReport, calledAgainAHookThatHungTwiceHasItsSay ) {
    EXPECT_TRUE( contains( outcome, "the hook\nthe hook\nthe hook\nits end\n" ) ) << outcome.errors;
 }
 
+TEST( CrashReport, calledAgainAHookThatHungAndThenFaultedHasItsSay ) {
+   Outcome const outcome = inChild( [] {
+      deadlineIsDeadly();
+      printBacktraceFn = []( int fd ) {
+         say( fd, "the hook\n" );
+         while( ++calls == 1 ) {
+            pause();
+         }
+         if( calls == 2 ) {
+            writeTo( 0x123 );
+         }
+         say( fd, "its end\n" );
+      };
+      writeTo( 0x456 );
+      return 0;
+   } );
+   expectKilledBy( outcome, SIGSEGV );
+   EXPECT_TRUE( contains( outcome, "the hook\nthe hook\nthe hook\nits end\n" ) ) << outcome.errors;
+}
+
 TEST( CrashReport, endsThoughItsHookHangsForGood ) {
    Outcome const outcome = inChild( [] {
       deadlineIsDeadly();
