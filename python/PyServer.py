@@ -103,8 +103,8 @@ class PyServer(object):
         """Removes agent file and socket, and closes all connections.
 
         Waits up to `timeout` seconds for texts that are being evaluated and for their replies to
-        be taken; one that goes on loses its reply. Does nothing for a stopped server and in a process forked from the server's.
-        It is called at the exit of the interpreter.
+        be taken; one that goes on loses its reply. Does nothing for a stopped server and in a
+        process forked from the server's. It is called at the exit of the interpreter.
         """
         run, self._run = self._run, None
         if run is None:

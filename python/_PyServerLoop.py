@@ -77,7 +77,7 @@ class Loop(threading.Thread):
         self.trace.stop(max(0.0, end - _PyServerWire.now()))
 
     def _hangUp(self, direction):
-        """Wakes the connections that wait for their clients, or to be read; gives all there are."""
+        """Shuts that direction of all connections, which wakes those that wait for it; gives them."""
         with self._lock:
             for connection in self._connections:
                 connection.hangUp(direction)
