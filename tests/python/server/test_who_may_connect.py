@@ -5,7 +5,6 @@ import os
 import socket
 import sys
 import tempfile
-import time
 import unittest
 
 import _PyServerLoop

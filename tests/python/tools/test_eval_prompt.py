@@ -7,7 +7,6 @@ import select
 import signal
 import stat
 import termios
-import time
 
 from _PyServerWire import now
 from kel_testing import wait_until
